@@ -1,0 +1,32 @@
+// Blocks from malloc that free themselves: callers of the library release what they
+// receive with free, so every buffer inside is made the same way.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace kzddl {
+
+struct FreeBlock {
+  void operator()(void *p) const { std::free(p); }
+};
+
+template <class T>
+using Owned = std::unique_ptr<T, FreeBlock>;
+
+using Buffer = Owned<std::uint8_t[]>;
+
+/// A zero-filled block of `size` bytes, or null when memory is short.
+inline Buffer zeroed_buffer(std::size_t size) {
+  return Buffer(static_cast<std::uint8_t *>(std::calloc(1, size)));
+}
+
+/// memcpy for a length that may be 0, where either pointer may then be null.
+inline void copy_bytes(void *to, const void *from, std::size_t n) {
+  if (n != 0) std::memcpy(to, from, n);
+}
+
+}  // namespace kzddl

@@ -1,0 +1,31 @@
+# The shared library: the C library and POSIX threads alone at run time.
+add_library(kzddl SHARED
+  misc/kzmisc_identity.cpp
+  misc/kzmisc_log.cpp
+  misc/kzmisc_text.cpp
+  property/ddlproperty_sys.cpp
+  scsi/kzinquiry.cpp
+  scsi/kzmisc_sys.cpp
+  scsi/kzscsi.cpp
+  scsi/kzscsilib.cpp
+  scsi/kztur.cpp
+)
+add_library(kzddl::kzddl ALIAS kzddl)
+
+set_target_properties(kzddl PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/kzddl.map
+)
+target_include_directories(kzddl PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+)
+target_compile_options(kzddl PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+target_link_options(kzddl PRIVATE
+  -Wl,--version-script=${PROJECT_SOURCE_DIR}/kzddl.map
+  # The C++ driver offers its run-time libraries; none may be needed (a test looks).
+  -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
+  $<$<NOT:$<BOOL:${KZDDL_SANITIZE}>>:-Wl,-z,defs>
+)
+target_link_libraries(kzddl PRIVATE $<BUILD_INTERFACE:kzddl_options>)

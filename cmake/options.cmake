@@ -1,0 +1,16 @@
+# Options of every target: warnings, large files, sanitizers.
+option(KZDDL_WERROR "Treat warnings as errors" OFF)
+set(KZDDL_SANITIZE "" CACHE STRING "Sanitizers for every target, such as address,undefined")
+
+add_library(kzddl_options INTERFACE)
+target_compile_definitions(kzddl_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_options(kzddl_options INTERFACE -Wall -Wextra -Wpedantic
+                       $<$<COMPILE_LANGUAGE:CXX>:-Wno-missing-field-initializers>
+                       $<$<BOOL:${KZDDL_WERROR}>:-Werror>)
+target_include_directories(kzddl_options INTERFACE ${PROJECT_SOURCE_DIR})
+
+if(KZDDL_SANITIZE)
+  add_compile_options(-fsanitize=${KZDDL_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${KZDDL_SANITIZE})
+endif()
