@@ -1,0 +1,47 @@
+// Arrays of simulated disks: the built-in demonstration array, and arrays described in JSON.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "sim/disk.h"
+#include "sim/host.h"
+
+namespace sim {
+
+/// One path to a unit, as a node of the host.
+struct PathSpec {
+  std::string node;
+  dev_t number = 0;
+  NodeKind kind = NodeKind::block;
+  Port port{};
+  std::shared_ptr<Device> device;
+};
+
+/// A logical unit: its paths, and the name of its multipath nodes (none when empty).
+struct UnitSpec {
+  std::string multipath;
+  std::vector<PathSpec> paths;
+};
+
+/// Puts the units into `host`, with the control node, multipath nodes and platform files that a
+/// host with the multipath driver has.
+void install(Host &host, const std::vector<UnitSpec> &units, const std::string &machine = "x86_64");
+
+/// Two controllers with two ports each, four logical units, four paths to each.
+std::vector<UnitSpec> demo_array();
+
+/// What is wrong with a description, and where.
+class ArrayError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Installs the array that a JSON file describes (sim/README.md). Throws ArrayError whose text
+/// names the file and the place of the mistake.
+void install_file(Host &host, const std::string &file);
+
+}  // namespace sim

@@ -1,0 +1,327 @@
+#include "sim/host.h"
+
+#include <fcntl.h>
+#include <scsi/scsi_ioctl.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "sim/platform.h"
+
+namespace sim {
+namespace {
+
+// The kernel's limits on a legacy request.
+constexpr std::uint32_t legacy_max_data = 4096;
+constexpr std::size_t legacy_sense_size = 16;
+
+/// The record of an indirect request, as the library lays it out in this word size.
+struct IndirectRecord {
+  std::uint32_t dev_lo;
+  std::uint32_t dev_hi;
+  std::uint32_t command;
+  std::uint32_t oflags;
+  void *argument;
+};
+
+/// The kernel reports sense data through the driver status.
+constexpr unsigned short driver_sense = 8;
+
+int fail(int error) {
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+Host &Host::instance() {
+  // Never destroyed: the program's own clean-up still opens and closes through it.
+  static Host &host = *new Host;
+  return host;
+}
+
+void Host::add(Node node) {
+  const std::scoped_lock lock(mutex_);
+  std::string name = node.name;
+  nodes_.insert_or_assign(std::move(name), std::move(node));
+}
+
+void Host::add_control_node() {
+  const std::scoped_lock lock(mutex_);
+  has_control_node_ = true;
+}
+
+void Host::set_file(const std::string &name, std::optional<std::string> text) {
+  const std::scoped_lock lock(mutex_);
+  files_[name] = std::move(text);
+}
+
+void Host::set_machine(std::optional<std::string> machine) {
+  const std::scoped_lock lock(mutex_);
+  knows_machine_ = true;
+  machine_ = std::move(machine);
+}
+
+void Host::inject(const std::string &node, Fault fault) {
+  const std::scoped_lock lock(mutex_);
+  faults_[node].push_back(std::move(fault));
+}
+
+void Host::fail_open(const std::string &node, int error) {
+  const std::scoped_lock lock(mutex_);
+  open_errors_[node] = error;
+}
+
+void Host::remove(const std::string &node) {
+  const std::scoped_lock lock(mutex_);
+  removed_.insert(node);
+}
+
+std::vector<Node> Host::nodes() const {
+  const std::scoped_lock lock(mutex_);
+  std::vector<Node> list;
+  for (const auto &[name, node] : nodes_) list.push_back(node);
+  return list;
+}
+
+std::vector<Request> Host::take_requests() {
+  const std::scoped_lock lock(mutex_);
+  return std::exchange(requests_, {});
+}
+
+int Host::open_descriptors() const {
+  const std::scoped_lock lock(mutex_);
+  return static_cast<int>(descriptors_.size());
+}
+
+std::optional<int> Host::open(const std::string &name, int flags) {
+  const std::scoped_lock lock(mutex_);
+  const bool is_control = has_control_node_ && name == control_node;
+  if (const auto error = open_errors_.find(name); error != open_errors_.end() && error->second) {
+    return fail(error->second);
+  }
+  if (!is_control && !nodes_.contains(name)) return std::nullopt;
+  if (removed_.contains(name)) return fail(ENXIO);
+  // A real descriptor keeps the number from being given out twice.
+  const int fd = platform::open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (fd >= 0) descriptors_[fd] = {name, static_cast<unsigned>(flags)};
+  return fd;
+}
+
+void Host::closed(int fd) {
+  const std::scoped_lock lock(mutex_);
+  descriptors_.erase(fd);
+}
+
+std::optional<int> Host::ioctl(int fd, unsigned long request, void *argument) {
+  Descriptor descriptor;
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto found = descriptors_.find(fd);
+    if (found == descriptors_.end()) return std::nullopt;
+    descriptor = found->second;
+  }
+  if (descriptor.node == control_node) return ioctl_control(request, argument);
+  return perform(descriptor.node, request, argument, {.oflags = descriptor.flags});
+}
+
+int Host::ioctl_control(unsigned long request, void *argument) {
+  if (request != SG_IO && request != indirect_request) return fail(ENOTTY);
+
+  // SG_IO itself carries the record in dxferp and the data pointer in the record.
+  auto *header = request == SG_IO ? static_cast<sg_io_hdr *>(argument) : nullptr;
+  const auto *record = static_cast<IndirectRecord *>(header != nullptr ? header->dxferp : argument);
+
+  const dev_t number = static_cast<dev_t>(record->dev_hi) << 32 | record->dev_lo;
+  std::string name;
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::find_if(nodes_.begin(), nodes_.end(), [number](const auto &entry) {
+      return entry.second.number == number;
+    });
+    if (found == nodes_.end()) return fail(ENODEV);
+    name = found->first;
+    if (removed_.contains(name)) return fail(ENXIO);
+  }
+  Request origin{.through_control_node = true, .control_request = request,
+                 .oflags = record->oflags};
+  if (header == nullptr) return perform(name, record->command, record->argument, std::move(origin));
+
+  void *const outer = std::exchange(header->dxferp, record->argument);
+  const int result = perform(name, record->command, header, std::move(origin));
+  header->dxferp = outer;
+  return result;
+}
+
+int Host::perform(const std::string &name, unsigned long command, void *argument,
+                  Request request) {
+  Node node;
+  {
+    const std::scoped_lock lock(mutex_);
+    if (removed_.contains(name)) return fail(ENODEV);
+    node = nodes_.at(name);
+  }
+  request.node = name;
+  switch (command) {
+    case SG_IO:
+      return sg_io(node, *static_cast<sg_io_hdr *>(argument), std::move(request));
+    case SCSI_IOCTL_SEND_COMMAND:
+      return legacy(node, argument, std::move(request));
+    default:
+      return fail(ENOTTY);
+  }
+}
+
+int Host::sg_io(const Node &node, sg_io_hdr &header, Request request) {
+  const int direction = header.dxfer_direction;
+  const bool to_device = direction == SG_DXFER_TO_DEV || direction == SG_DXFER_TO_FROM_DEV;
+  const bool from_device = direction == SG_DXFER_FROM_DEV || direction == SG_DXFER_TO_FROM_DEV;
+  if (header.interface_id != 'S' || header.cmd_len == 0 || header.cmd_len > 32) return fail(EINVAL);
+  if (header.dxfer_len != 0 && !to_device && !from_device && node.kind == NodeKind::block) {
+    return fail(EINVAL);
+  }
+
+  request.form = Request::Form::sg_io;
+  request.header = header;
+  request.cdb.assign(header.cmdp, header.cmdp + header.cmd_len);
+  auto *data = static_cast<std::uint8_t *>(header.dxferp);
+  if (to_device && header.dxfer_len != 0) request.data_out.assign(data, data + header.dxfer_len);
+
+  const std::optional<Reply> reply = answer(node, request);
+  if (!reply) return -1;
+  const std::size_t moved =
+      from_device ? std::min<std::size_t>(reply->data.size(), header.dxfer_len) : 0;
+  std::copy_n(reply->data.begin(), moved, data);
+  const std::size_t sense = std::min<std::size_t>(reply->sense.size(), header.mx_sb_len);
+  std::copy_n(reply->sense.begin(), sense, header.sbp);
+
+  header.status = reply->status;
+  header.masked_status = (reply->status >> 1) & 0x1F;
+  header.host_status = reply->host_status;
+  // sg nodes do not report sense data that the caller gave no room for.
+  const bool reports_sense = node.kind == NodeKind::block || header.mx_sb_len != 0;
+  header.driver_status = !reply->sense.empty() && reports_sense ? driver_sense : 0;
+  header.sb_len_wr = static_cast<unsigned char>(sense);
+  header.resid = from_device ? static_cast<int>(header.dxfer_len - moved) : 0;
+  header.info = reply->status != 0 || reply->host_status != 0 ? SG_INFO_CHECK : SG_INFO_OK;
+  return 0;
+}
+
+int Host::legacy(const Node &node, void *argument, Request request) {
+  auto *buffer = static_cast<std::uint8_t *>(argument);
+  std::memcpy(&request.in_length, buffer, sizeof request.in_length);
+  std::memcpy(&request.out_length, buffer + 4, sizeof request.out_length);
+  if (request.in_length > legacy_max_data || request.out_length > legacy_max_data) {
+    return fail(EINVAL);
+  }
+  std::uint8_t *data = buffer + 8;
+  request.form = Request::Form::legacy;
+  request.cdb.assign(data, data + cdb_length(data[0]));
+  const std::uint8_t *sent = data + request.cdb.size();
+  request.data_out.assign(sent, sent + request.in_length);
+
+  const std::optional<Reply> reply = answer(node, request);
+  if (!reply) return -1;
+  if (reply->status != status::good) {
+    const std::size_t sense = std::min(reply->sense.size(), legacy_sense_size);
+    std::copy_n(reply->sense.begin(), sense, data);
+    return reply->status;
+  }
+  // One kernel buffer serves both ways: what the device leaves unset is what was sent. A host
+  // error is not looked at: the caller sees success and zeros.
+  Bytes returned(std::max(request.in_length, request.out_length));
+  std::copy(request.data_out.begin(), request.data_out.end(), returned.begin());
+  if (reply->host_status == 0) {
+    std::copy_n(reply->data.begin(), std::min(reply->data.size(), returned.size()),
+                returned.begin());
+  }
+  std::copy_n(returned.begin(), request.out_length, data);
+  return 0;
+}
+
+std::optional<Reply> Host::answer(const Node &node, const Request &request) {
+  const std::optional<Fault> fault = take_fault(node.name, request.cdb[0]);
+  {
+    const std::scoped_lock lock(mutex_);
+    requests_.push_back(request);
+  }
+  if (fault && fault->before) fault->before();
+  if (fault && fault->error) {
+    errno = *fault->error;
+    return std::nullopt;
+  }
+  if (fault && fault->reply) return fault->reply;
+  Reply reply = node.device->execute({request.cdb, request.data_out}, node.port);
+  if (fault && fault->change) fault->change(reply);
+  return reply;
+}
+
+std::optional<Fault> Host::take_fault(const std::string &node, std::uint8_t opcode) {
+  const std::scoped_lock lock(mutex_);
+  std::vector<Fault> &faults = faults_[node];
+  const auto found = std::find_if(faults.begin(), faults.end(), [opcode](const Fault &fault) {
+    return fault.times != 0 && fault.opcode.value_or(opcode) == opcode;
+  });
+  if (found == faults.end()) return std::nullopt;
+  if (found->times > 0) --found->times;
+  return *found;
+}
+
+bool Host::stat(const std::string &name, mode_t &mode, dev_t &number) const {
+  const std::scoped_lock lock(mutex_);
+  const auto found = nodes_.find(name);
+  if (found == nodes_.end()) return false;
+  mode = (found->second.kind == NodeKind::block ? S_IFBLK : S_IFCHR) | 0600;
+  number = found->second.number;
+  return true;
+}
+
+bool Host::knows_machine() const {
+  const std::scoped_lock lock(mutex_);
+  return knows_machine_;
+}
+
+std::optional<std::string> Host::machine() const {
+  const std::scoped_lock lock(mutex_);
+  return machine_;
+}
+
+bool Host::knows_file(const std::string &name) const {
+  const std::scoped_lock lock(mutex_);
+  return files_.contains(name);
+}
+
+std::FILE *Host::open_file(const std::string &name) const {
+  std::optional<std::string> text;
+  {
+    const std::scoped_lock lock(mutex_);
+    text = files_.at(name);
+  }
+  if (!text) {
+    errno = ENOENT;
+    return nullptr;
+  }
+  std::FILE *file = fmemopen(nullptr, text->size() + 1, "w+");
+  if (file == nullptr) return nullptr;
+  std::fwrite(text->data(), 1, text->size(), file);
+  std::rewind(file);
+  return file;
+}
+
+std::optional<std::vector<std::string>> Host::directory(const std::string &name) const {
+  const std::scoped_lock lock(mutex_);
+  if (!has_control_node_ || (name != block_directory && name != raw_directory)) {
+    return std::nullopt;
+  }
+  std::vector<std::string> entries;
+  const std::string prefix = name + "/";
+  for (const auto &[node, unused] : nodes_) {
+    if (node.starts_with(prefix)) entries.push_back(node.substr(prefix.size()));
+  }
+  return entries;
+}
+
+}  // namespace sim

@@ -1,0 +1,129 @@
+// The simulated host: nodes, the multipath driver's control node, and what the platform says
+// of itself. The interposed C library functions (interpose.cpp) ask it first.
+//
+// Thread safety: every function may be called from any thread.
+#pragma once
+
+#include <dirent.h>
+#include <scsi/sg.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sim/device.h"
+
+namespace sim {
+
+inline constexpr char control_node[] = "/dev/kz/joxconfig";
+inline constexpr char block_directory[] = "/dev/kz/jox";
+inline constexpr char raw_directory[] = "/dev/kz/rjox";
+inline constexpr unsigned long indirect_request = 0x4A4F5825;
+
+enum class NodeKind { block, character };
+
+/// A device node: a path to a device.
+struct Node {
+  std::string name;
+  dev_t number = 0;
+  NodeKind kind = NodeKind::block;
+  std::shared_ptr<Device> device;
+  Port port{};
+};
+
+/// A request as it reached a device.
+struct Request {
+  enum class Form { sg_io, legacy };
+
+  std::string node;                         ///< the device's node
+  bool through_control_node = false;
+  unsigned long control_request = 0;        ///< the ioctl that the control node got
+  unsigned oflags = 0;                      ///< open flags of the node, or of the indirect request
+  Form form = Form::sg_io;
+  Bytes cdb{};
+  Bytes data_out{};
+  sg_io_hdr header{};                       ///< SG_IO: the header before it was answered
+  std::uint32_t in_length = 0;              ///< legacy: bytes sent
+  std::uint32_t out_length = 0;             ///< legacy: bytes expected
+};
+
+/// Something that goes wrong with requests of a node.
+struct Fault {
+  std::optional<std::uint8_t> opcode{};     ///< only for this operation code
+  int times = 1;                            ///< how often; -1: for ever
+  std::optional<int> error{};               ///< the ioctl fails with this errno
+  std::optional<Reply> reply{};             ///< answered in the device's place
+  std::function<void(Reply &)> change{};    ///< alters the device's own reply
+  std::function<void()> before{};           ///< runs before the request is answered
+};
+
+class Host {
+ public:
+  /// The process's simulated host. Empty at first: everything passes to the real platform.
+  static Host &instance();
+
+  void add(Node node);
+  /// Adds the multipath driver's control node.
+  void add_control_node();
+  /// The file at `name` reads as `text`; nothing makes it unreadable (ENOENT).
+  void set_file(const std::string &name, std::optional<std::string> text);
+  /// What uname answers; nothing makes it fail.
+  void set_machine(std::optional<std::string> machine);
+
+  void inject(const std::string &node, Fault fault);
+  /// Opening `node` fails with `error` (0: works again).
+  void fail_open(const std::string &node, int error);
+  /// The device goes away: descriptors get ENODEV, opens ENXIO.
+  void remove(const std::string &node);
+
+  std::vector<Node> nodes() const;
+  /// The requests since the last call.
+  std::vector<Request> take_requests();
+  int open_descriptors() const;
+
+  // What interpose.cpp asks. An empty result means: not simulated, pass it on.
+  std::optional<int> open(const std::string &name, int flags);
+  void closed(int fd);
+  std::optional<int> ioctl(int fd, unsigned long request, void *argument);
+  bool stat(const std::string &name, mode_t &mode, dev_t &number) const;
+  bool knows_machine() const;
+  std::optional<std::string> machine() const;
+  bool knows_file(const std::string &name) const;
+  std::FILE *open_file(const std::string &name) const;
+  std::optional<std::vector<std::string>> directory(const std::string &name) const;
+
+ private:
+  struct Descriptor {
+    std::string node;
+    unsigned flags = 0;
+  };
+
+  int ioctl_control(unsigned long request, void *argument);
+  int perform(const std::string &name, unsigned long command, void *argument, Request request);
+  int sg_io(const Node &node, sg_io_hdr &header, Request request);
+  int legacy(const Node &node, void *argument, Request request);
+  std::optional<Reply> answer(const Node &node, const Request &request);
+  std::optional<Fault> take_fault(const std::string &node, std::uint8_t opcode);
+
+  mutable std::mutex mutex_;
+  std::map<std::string, Node> nodes_;
+  bool has_control_node_ = false;
+  std::map<std::string, std::optional<std::string>> files_;
+  bool knows_machine_ = false;
+  std::optional<std::string> machine_;
+  std::map<std::string, std::vector<Fault>> faults_;
+  std::map<std::string, int> open_errors_;
+  std::set<std::string> removed_;
+  std::map<int, Descriptor> descriptors_;
+  std::vector<Request> requests_;
+};
+
+}  // namespace sim

@@ -1,0 +1,29 @@
+// Preloaded under a program, the simulated host comes up by itself: KZSIM is "1" for the
+// demonstration array, or the name of a JSON file that describes one.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "sim/array.h"
+
+namespace {
+
+[[gnu::constructor]] void start() {
+  const char *setting = std::getenv("KZSIM");
+  if (setting == nullptr) return;
+  sim::Host &host = sim::Host::instance();
+  try {
+    if (std::string_view(setting) == "1") {
+      sim::install(host, sim::demo_array());
+    } else {
+      sim::install_file(host, setting);
+    }
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "simulated host: %s\n", error.what());
+    _exit(2);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// The test program's own malloc family: it stands before every library's, and hands all
+// requests on, to the C library or to a sanitizer.
+#include "support/failing_malloc.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "kzddl/kzscsi.h"
+
+namespace {
+
+std::atomic<bool> watching = false;
+std::atomic<long> seen = 0;
+std::atomic<long> fail_at = 0;
+std::uintptr_t library_start = 0;
+std::uintptr_t library_end = 0;
+
+int find_library(dl_phdr_info *info, std::size_t /*size*/, void *address) {
+  const auto wanted = reinterpret_cast<std::uintptr_t>(address);
+  for (int i = 0; i < info->dlpi_phnum; ++i) {
+    const ElfW(Phdr) &segment = info->dlpi_phdr[i];
+    if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
+    const std::uintptr_t start = info->dlpi_addr + segment.p_vaddr;
+    const std::uintptr_t end = start + segment.p_memsz;
+    if (wanted < start || wanted >= end) continue;
+    library_start = start;
+    library_end = end;
+    return 1;
+  }
+  return 0;
+}
+
+void watch(long n) {
+  // Not the address of do_scsi as this program sees it: that may be its own jump table.
+  if (library_end == 0) dl_iterate_phdr(find_library, dlsym(RTLD_DEFAULT, "do_scsi"));
+  seen = 0;
+  fail_at = n;
+  watching = true;
+}
+
+bool must_fail(const void *caller) {
+  if (!watching) return false;
+  const auto from = reinterpret_cast<std::uintptr_t>(caller);
+  if (from < library_start || from >= library_end) return false;
+  return ++seen == fail_at;
+}
+
+template <class Function>
+Function *next(const char *name) {
+  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" {
+
+void *malloc(std::size_t size) noexcept {
+  static auto *real = next<void *(std::size_t)>("malloc");
+  return must_fail(__builtin_return_address(0)) ? nullptr : real(size);
+}
+
+void *calloc(std::size_t count, std::size_t size) noexcept {
+  static auto *real = next<void *(std::size_t, std::size_t)>("calloc");
+  return must_fail(__builtin_return_address(0)) ? nullptr : real(count, size);
+}
+
+void *realloc(void *block, std::size_t size) noexcept {
+  static auto *real = next<void *(void *, std::size_t)>("realloc");
+  return must_fail(__builtin_return_address(0)) ? nullptr : real(block, size);
+}
+
+}  // extern "C"
+
+namespace kzddl_test {
+
+FailMalloc::FailMalloc(long n) { watch(n); }
+FailMalloc::~FailMalloc() { watching = false; }
+bool FailMalloc::happened() const { return fail_at != 0 && seen >= fail_at; }
+
+CountMalloc::CountMalloc() { watch(0); }
+CountMalloc::~CountMalloc() { watching = false; }
+long CountMalloc::count() const { return seen; }
+
+}  // namespace kzddl_test
