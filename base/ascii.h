@@ -1,5 +1,6 @@
-// Character classes of the C locale, whatever locale the host program has set,
-// and hexadecimal digits. Bytes 0x80 to 0xFF are neither whitespace nor printable.
+// Character classes and letter case of the C locale, whatever locale the host program has
+// set, and hexadecimal digits. Bytes 0x80 to 0xFF are neither whitespace nor printable, and
+// have no case.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +10,18 @@ namespace kzddl {
 constexpr bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 constexpr bool is_printable(char c) { return c >= 0x20 && c <= 0x7E; }
+
+constexpr char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
+/// strcasecmp of the C locale as -1, 0 or 1: an order that no change of locale can break.
+constexpr int compare_ignoring_case(const char *a, const char *b) {
+  for (;; ++a, ++b) {
+    const auto x = static_cast<unsigned char>(to_lower(*a));
+    const auto y = static_cast<unsigned char>(to_lower(*b));
+    if (x != y) return x < y ? -1 : 1;
+    if (x == 0) return 0;
+  }
+}
 
 inline constexpr char upper_hex_digits[] = "0123456789ABCDEF";
 

@@ -24,6 +24,12 @@ inline Buffer zeroed_buffer(std::size_t size) {
   return Buffer(static_cast<std::uint8_t *>(std::calloc(1, size)));
 }
 
+/// A zero-filled record with `extra` bytes right behind it, or null when memory is short.
+template <class T>
+Owned<T> zeroed_record(std::size_t extra = 0) {
+  return Owned<T>(static_cast<T *>(std::calloc(1, sizeof(T) + extra)));
+}
+
 /// memcpy for a length that may be 0, where either pointer may then be null.
 inline void copy_bytes(void *to, const void *from, std::size_t n) {
   if (n != 0) std::memcpy(to, from, n);

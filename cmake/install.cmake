@@ -5,11 +5,11 @@ install(TARGETS kzddl EXPORT kzddl-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
 )
 install(TARGETS kzsim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-if(TARGET kzddl_tool)
 install(TARGETS kzddl_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
 install(DIRECTORY include/kzddl DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
+# The package file finds the prefix from its own place: an installation may be moved.
+file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/kzddl.pc.in kzddl.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kzddl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

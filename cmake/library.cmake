@@ -26,6 +26,8 @@ target_link_options(kzddl PRIVATE
   -Wl,--version-script=${PROJECT_SOURCE_DIR}/kzddl.map
   # The C++ driver offers its run-time libraries; none may be needed (a test looks).
   -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
-  $<$<NOT:$<BOOL:${KZDDL_SANITIZE}>>:-Wl,-z,defs>
 )
+if(NOT KZDDL_SANITIZE)  # a sanitizer's own functions are the program's to bring
+  target_link_options(kzddl PRIVATE -Wl,-z,defs)
+endif()
 target_link_libraries(kzddl PRIVATE $<BUILD_INTERFACE:kzddl_options>)

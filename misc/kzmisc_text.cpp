@@ -38,7 +38,8 @@ bool fits_as_hex(std::int32_t len, std::int32_t size) { return 2 * std::int64_t{
 }  // namespace
 
 void print_field(const char *field, std::int32_t n) {
-  for (std::int32_t i = 0; i < n; ++i) std::putchar(static_cast<unsigned char>(field[i]));
+  for (std::int32_t i = 0; i < n; ++i)
+    std::putchar(static_cast<unsigned char>(field[i]));
   std::putchar('\n');
 }
 
@@ -82,7 +83,8 @@ void free_pid_buffer(char *p) { std::free(p); }
 void strcpy_nb(const char *src, char *dst, std::int32_t size) {
   std::strncpy(dst, src, static_cast<std::size_t>(size) - 1);
   dst[size - 1] = '\0';
-  for (std::int32_t i = size - 2; i >= 0 && is_space(dst[i]); --i) dst[i] = '\0';
+  for (std::int32_t i = size - 2; i >= 0 && is_space(dst[i]); --i)
+    dst[i] = '\0';
 }
 
 std::int32_t do_remove_space(char *s) {

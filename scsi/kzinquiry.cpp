@@ -94,7 +94,8 @@ void offer_to_cache(int len, unsigned char *buf) {
 
 void print_characters(const char *label, const unsigned char *data, int n) {
   std::printf("%s", label);
-  for (int i = 0; i < n; ++i) std::putchar(data[i]);
+  for (int i = 0; i < n; ++i)
+    std::putchar(data[i]);
   std::putchar('\n');
 }
 
@@ -121,7 +122,8 @@ int do_inquiry_old(odh *path, int evpd, int page, int oflags, int *len, unsigned
 
 void dump_inquiry_data(const unsigned char *data, int len) {
   std::puts("\n--------- Inquiry Data (in raw format)\n");
-  for (int i = 0; i < len; ++i) std::printf("Byte %2d : 0x%x\t%c\n", i, data[i], data[i]);
+  for (int i = 0; i < len; ++i)
+    std::printf("Byte %2d : 0x%x\t%c\n", i, data[i], data[i]);
 }
 
 void decode_inquiry_data(const unsigned char *data, int len) {

@@ -47,6 +47,5 @@ int scsi(Generation generation, const odh &path, uscsi_cmd &req) {
 }  // namespace
 
 int do_scsi(odh *path, uscsi_cmd *req) {
-  return dispatch_locked(
-      [&](Generation generation) { return scsi(generation, *path, *req); });
+  return dispatch_locked([&](Generation generation) { return scsi(generation, *path, *req); });
 }

@@ -84,8 +84,8 @@ class Value {
         return {static_cast<unsigned>(first), static_cast<unsigned>(second)};
       }
     }
-    fail(std::string("expected two ") + (base == 16 ? "hexadecimal " : "") +
-         "numbers with \"" + separator + "\" between them");
+    fail(std::string("expected two ") + (base == 16 ? "hexadecimal " : "") + "numbers with \"" +
+         separator + "\" between them");
   }
 
  private:
@@ -152,8 +152,8 @@ PathSpec read_path(const Value &value, const std::filesystem::path &folder,
 }
 
 UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
-  value.require_object({"vendor", "product", "revision", "serial", "naa", "not_ready", "multipath",
-                        "paths"});
+  value.require_object(
+      {"vendor", "product", "revision", "serial", "naa", "not_ready", "multipath", "paths"});
   UnitSpec unit;
   set_text(unit.multipath, value, "multipath", 128);
   if (unit.multipath.find('/') != std::string::npos) {

@@ -83,7 +83,8 @@ void Host::remove(const std::string &node) {
 std::vector<Node> Host::nodes() const {
   const std::scoped_lock lock(mutex_);
   std::vector<Node> list;
-  for (const auto &[name, node] : nodes_) list.push_back(node);
+  for (const auto &[name, node] : nodes_)
+    list.push_back(node);
   return list;
 }
 
@@ -146,8 +147,8 @@ int Host::ioctl_control(unsigned long request, void *argument) {
     name = found->first;
     if (removed_.contains(name)) return fail(ENXIO);
   }
-  Request origin{.through_control_node = true, .control_request = request,
-                 .oflags = record->oflags};
+  Request origin{
+      .through_control_node = true, .control_request = request, .oflags = record->oflags};
   if (header == nullptr) return perform(name, record->command, record->argument, std::move(origin));
 
   void *const outer = std::exchange(header->dxferp, record->argument);
@@ -156,8 +157,7 @@ int Host::ioctl_control(unsigned long request, void *argument) {
   return result;
 }
 
-int Host::perform(const std::string &name, unsigned long command, void *argument,
-                  Request request) {
+int Host::perform(const std::string &name, unsigned long command, void *argument, Request request) {
   Node node;
   {
     const std::scoped_lock lock(mutex_);

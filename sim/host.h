@@ -43,26 +43,26 @@ struct Node {
 struct Request {
   enum class Form { sg_io, legacy };
 
-  std::string node;                         ///< the device's node
+  std::string node;  ///< the device's node
   bool through_control_node = false;
-  unsigned long control_request = 0;        ///< the ioctl that the control node got
-  unsigned oflags = 0;                      ///< open flags of the node, or of the indirect request
+  unsigned long control_request = 0;  ///< the ioctl that the control node got
+  unsigned oflags = 0;                ///< open flags of the node, or of the indirect request
   Form form = Form::sg_io;
   Bytes cdb{};
   Bytes data_out{};
-  sg_io_hdr header{};                       ///< SG_IO: the header before it was answered
-  std::uint32_t in_length = 0;              ///< legacy: bytes sent
-  std::uint32_t out_length = 0;             ///< legacy: bytes expected
+  sg_io_hdr header{};            ///< SG_IO: the header before it was answered
+  std::uint32_t in_length = 0;   ///< legacy: bytes sent
+  std::uint32_t out_length = 0;  ///< legacy: bytes expected
 };
 
 /// Something that goes wrong with requests of a node.
 struct Fault {
-  std::optional<std::uint8_t> opcode{};     ///< only for this operation code
-  int times = 1;                            ///< how often; -1: for ever
-  std::optional<int> error{};               ///< the ioctl fails with this errno
-  std::optional<Reply> reply{};             ///< answered in the device's place
-  std::function<void(Reply &)> change{};    ///< alters the device's own reply
-  std::function<void()> before{};           ///< runs before the request is answered
+  std::optional<std::uint8_t> opcode{};   ///< only for this operation code
+  int times = 1;                          ///< how often; -1: for ever
+  std::optional<int> error{};             ///< the ioctl fails with this errno
+  std::optional<Reply> reply{};           ///< answered in the device's place
+  std::function<void(Reply &)> change{};  ///< alters the device's own reply
+  std::function<void()> before{};         ///< runs before the request is answered
 };
 
 class Host {

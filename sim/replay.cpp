@@ -77,7 +77,8 @@ Reply Replay::execute(const Command &command, const Port & /*port*/) {
   const auto reply = replies_.find(want.name);
   if (reply == replies_.end()) {
     // A page that the target did not have, or a command that it did not know.
-    const bool has_pages = command.cdb[0] == opcode::inquiry || command.cdb[0] == opcode::mode_sense_6;
+    const bool has_pages =
+        command.cdb[0] == opcode::inquiry || command.cdb[0] == opcode::mode_sense_6;
     return Reply::check_condition(has_pages ? invalid_field_in_cdb : invalid_operation_code);
   }
   Bytes data = reply->second;

@@ -5,6 +5,8 @@
 #ifndef KZDDL_KZDDL_H
 #define KZDDL_KZDDL_H
 
+#include "kzddl/api.h"
+
 #include "kzddl/ddlproperty_sys.h"
 #include "kzddl/kzinquiry.h"
 #include "kzddl/kzmisc_identity.h"

@@ -6,6 +6,7 @@
 #define KZDDL_KZINQUIRY_H
 
 #include "kzddl/api.h"
+
 #include "kzddl/odh.h"
 
 KZDDL_BEGIN_DECLS

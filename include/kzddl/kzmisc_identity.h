@@ -5,9 +5,10 @@
 #ifndef KZDDL_KZMISC_IDENTITY_H
 #define KZDDL_KZMISC_IDENTITY_H
 
+#include "kzddl/api.h"
+
 #include <stdint.h>
 
-#include "kzddl/api.h"
 #include "kzddl/odh.h"
 
 KZDDL_BEGIN_DECLS

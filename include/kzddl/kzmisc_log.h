@@ -5,9 +5,9 @@
 #ifndef KZDDL_KZMISC_LOG_H
 #define KZDDL_KZMISC_LOG_H
 
-#include <stdint.h>
-
 #include "kzddl/api.h"
+
+#include <stdint.h>
 
 KZDDL_BEGIN_DECLS
 

@@ -8,9 +8,9 @@
 #ifndef KZDDL_KZMISC_TEXT_H
 #define KZDDL_KZMISC_TEXT_H
 
-#include <stdint.h>
-
 #include "kzddl/api.h"
+
+#include <stdint.h>
 
 KZDDL_BEGIN_DECLS
 

@@ -5,9 +5,10 @@
 #ifndef KZDDL_KZSCSI_H
 #define KZDDL_KZSCSI_H
 
+#include "kzddl/api.h"
+
 #include <stdint.h>
 
-#include "kzddl/api.h"
 #include "kzddl/odh.h"
 
 KZDDL_BEGIN_DECLS

@@ -5,10 +5,10 @@
 #ifndef KZDDL_KZSCSILIB_H
 #define KZDDL_KZSCSILIB_H
 
+#include "kzddl/api.h"
+
 #include <stdint.h>
 #include <sys/types.h>
-
-#include "kzddl/api.h"
 
 KZDDL_BEGIN_DECLS
 

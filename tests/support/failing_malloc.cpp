@@ -50,28 +50,34 @@ bool must_fail(const void *caller) {
   return ++seen == fail_at;
 }
 
+/// Finds the next definition once. No static local: its guard may itself allocate.
 template <class Function>
-Function *next(const char *name) {
-  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+Function *next(Function *&known, const char *name) {
+  if (known == nullptr) known = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+  return known;
 }
+
+void *(*real_malloc)(std::size_t);
+void *(*real_calloc)(std::size_t, std::size_t);
+void *(*real_realloc)(void *, std::size_t);
 
 }  // namespace
 
 extern "C" {
 
 void *malloc(std::size_t size) noexcept {
-  static auto *real = next<void *(std::size_t)>("malloc");
-  return must_fail(__builtin_return_address(0)) ? nullptr : real(size);
+  if (must_fail(__builtin_return_address(0))) return nullptr;
+  return next(real_malloc, "malloc")(size);
 }
 
 void *calloc(std::size_t count, std::size_t size) noexcept {
-  static auto *real = next<void *(std::size_t, std::size_t)>("calloc");
-  return must_fail(__builtin_return_address(0)) ? nullptr : real(count, size);
+  if (must_fail(__builtin_return_address(0))) return nullptr;
+  return next(real_calloc, "calloc")(count, size);
 }
 
 void *realloc(void *block, std::size_t size) noexcept {
-  static auto *real = next<void *(void *, std::size_t)>("realloc");
-  return must_fail(__builtin_return_address(0)) ? nullptr : real(block, size);
+  if (must_fail(__builtin_return_address(0))) return nullptr;
+  return next(real_realloc, "realloc")(block, size);
 }
 
 }  // extern "C"

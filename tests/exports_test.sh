@@ -1,0 +1,24 @@
+#!/bin/sh
+# The library exports exactly the names of its version script, and needs the C library alone.
+# Usage: exports_test.sh LIBRARY MAP [sanitized]
+set -eu
+library=$1 map=$2
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+sed -n '/global:/,/local:/s/^ *\([a-z0-9_]*\);$/\1/p' "$map" | sort > "$work/map"
+nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort > "$work/exported"
+if [ ! -s "$work/map" ] || ! diff "$work/map" "$work/exported"; then
+  echo "exported names (>) differ from $map (<)" >&2
+  exit 1
+fi
+
+# A sanitizer brings libraries of its own.
+[ "${3:-}" = sanitized ] && exit 0
+readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' > "$work/needed"
+if [ "$(cat "$work/needed")" != libc.so.6 ]; then
+  echo "needs more than the C library:" >&2
+  cat "$work/needed" >&2
+  exit 1
+fi
+readelf -d "$library" | grep -q 'SONAME.*\[libkzddl\.so\.1\]'

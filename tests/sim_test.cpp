@@ -1,0 +1,151 @@
+// The simulated host itself: the kernel's behaviour that it copies, and arrays from JSON files.
+#include <scsi/scsi_ioctl.h>
+#include <sys/ioctl.h>
+#include <sys/sysmacros.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "base/descriptor.h"
+#include "sim/array.h"
+#include "support/disk_test.h"
+
+namespace kzddl_test {
+namespace {
+
+class Kernel : public DiskTest {
+ protected:
+  int open_node() {
+    EXPECT_TRUE(fd_.open(node, O_RDONLY));
+    return fd_.get();
+  }
+
+  /// The legacy request of an INQUIRY with these lengths.
+  int legacy(std::uint32_t in_length, std::uint32_t out_length) {
+    std::memset(buffer, 0, sizeof buffer);
+    std::memcpy(buffer, &in_length, 4);
+    std::memcpy(buffer + 4, &out_length, 4);
+    const unsigned char cdb[6] = {0x12, 0, 0, 0, 36, 0};
+    std::memcpy(buffer + 8, cdb, sizeof cdb);
+    return ioctl(open_node(), SCSI_IOCTL_SEND_COMMAND, buffer);
+  }
+
+  alignas(4) unsigned char buffer[16384];
+
+ private:
+  kzddl::Descriptor fd_;
+};
+
+TEST_F(Kernel, LegacyRequestsAreLimitedToAPage) {
+  EXPECT_EQ(legacy(0, 4096), 0);
+  EXPECT_EQ(buffer[16], 'K');
+}
+
+TEST_F(Kernel, LegacyRequestsOverAPageFail) {
+  EXPECT_EQ(legacy(0, 4097), -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(Kernel, LegacyResultIsTheWholeStatusWithSixteenSenseBytes) {
+  answer(Reply{.status = sim::status::reservation_conflict});
+  EXPECT_EQ(legacy(0, 36), 24);
+}
+
+TEST_F(Kernel, LegacyRequestsDoNotSeeHostErrors) {
+  answer(Reply{.data = Bytes(36, 7), .host_status = 1});
+  EXPECT_EQ(legacy(0, 36), 0);
+  EXPECT_EQ(buffer[8], 0);
+}
+
+TEST_F(Kernel, DataWithoutADirectionAreRefusedOnABlockNode) {
+  unsigned char cdb[6] = {};
+  unsigned char data[8] = {};
+  sg_io_hdr header{};
+  header.interface_id = 'S';
+  header.cmdp = cdb;
+  header.cmd_len = sizeof cdb;
+  header.dxferp = data;
+  header.dxfer_len = sizeof data;
+  const int fd = open_node();
+  for (const int direction : {0, SG_DXFER_NONE}) {
+    header.dxfer_direction = direction;
+    EXPECT_EQ(ioctl(fd, SG_IO, &header), -1);
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+TEST_F(Kernel, RemovedDevices) {
+  const int fd = open_node();
+  host.remove(node);
+  unsigned char unused[16] = {};
+  EXPECT_EQ(ioctl(fd, SCSI_IOCTL_SEND_COMMAND, unused), -1);
+  EXPECT_EQ(errno, ENODEV);
+  kzddl::Descriptor again;
+  EXPECT_FALSE(again.open(node, O_RDONLY));
+  EXPECT_EQ(errno, ENXIO);
+  EXPECT_EQ(do_tur_35(&path), -1);
+}
+
+/// What loading an array description says.
+std::string message_of(const std::string &json) {
+  const std::string file = testing::TempDir() + "kzddl-array-test.json";
+  std::ofstream(file) << json;
+  std::string message;
+  try {
+    sim::install_file(sim::Host::instance(), file);
+  } catch (const sim::ArrayError &error) {
+    message = error.what();
+  }
+  std::filesystem::remove(file);
+  EXPECT_TRUE(message.empty() || message.starts_with(file + ": ")) << message;
+  return message.empty() ? message : message.substr(file.size() + 2);
+}
+
+TEST(Array, MistakesAreReportedWithTheirPlace) {
+  const auto unit = [](const std::string &path) {
+    return R"({"units": [{"paths": [{"node": "/dev/sda", "device": "8:0"}, )" + path + "]}]}";
+  };
+  EXPECT_EQ(message_of("{\"units\": [\n  oops]}").find("parse error at line 2, column 3"), 0u);
+  EXPECT_EQ(message_of("[]"), "/: expected an object");
+  EXPECT_EQ(message_of("{}"), "/: \"units\" is missing");
+  EXPECT_EQ(message_of(R"({"units": []})"), "/units: expected a list that is not empty");
+  EXPECT_EQ(message_of(R"({"units": [{"path": []}]})"), "/units/0: unknown key \"path\"");
+  EXPECT_EQ(message_of(unit(R"({"node": 5})")), "/units/0/paths/1/node: expected text");
+  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8;16"})")),
+            "/units/0/paths/1/device: expected two numbers with \":\" between them");
+  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "port": 65536})")),
+            "/units/0/paths/1/port: expected a whole number from 0 to 65535");
+  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sda", "device": "8:16"})")),
+            "/units: node \"/dev/sda\" is used twice");
+  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8:0"})")),
+            "/units: the device number of \"/dev/sdb\" is used twice");
+  EXPECT_EQ(message_of(R"({"units": [{"naa": "60 0", "paths": []}]})"),
+            "/units/0/naa: line 1, column 4: a byte takes two hexadecimal digits");
+  EXPECT_NE(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
+                .find("/units/0/paths/1/replay: "),
+            std::string::npos);
+}
+
+TEST(Array, DescribesDisksReplaysAndMultipathNodes) {
+  EXPECT_EQ(message_of(R"({"machine": "i686", "units": [
+    {"vendor": "ACME", "serial": "S1", "naa": "600A0B80 01020304", "not_ready": "04/0B",
+     "multipath": "m0", "paths": [{"node": "/dev/sda", "device": "8:0", "port": 3}]},
+    {"paths": [{"node": "/dev/sg9", "device": "21:9", "kind": "character",
+                "replay": ")" KZDDL_TEST_DATA R"(/lio-path1"}]}]})"),
+            "");
+  odh path{};
+  std::strcpy(path.devname, "/dev/kz/rjox/m0");
+  path.dev = find_device_number(path.devname);
+  char id[KZDDL_LUN_ID_SIZE];
+  unsigned char type = 0;
+  EXPECT_EQ(get_lun_id(&path, 0, id, &type, "none"), 0);
+  EXPECT_STREQ(id, "600A0B8001020304");
+  EXPECT_EQ(ddl_is_linux_64(), 0);
+
+  path.dev = makedev(21, 9);
+  EXPECT_EQ(get_lun_id(&path, 0, id, &type, "none"), 0);
+  EXPECT_STREQ(id, "60014054C7A9E025B1D4F3E9A600D2C8");
+}
+
+}  // namespace
+}  // namespace kzddl_test
