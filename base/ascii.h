@@ -16,6 +16,10 @@ constexpr char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char
 /// strcasecmp of the C locale as -1, 0 or 1: an order that no change of locale can break.
 constexpr int compare_ignoring_case(const char *a, const char *b) {
   for (;; ++a, ++b) {
+    if (*a == *b) {
+      if (*a == '\0') return 0;
+      continue;
+    }
     const auto x = static_cast<unsigned char>(to_lower(*a));
     const auto y = static_cast<unsigned char>(to_lower(*b));
     if (x != y) return x < y ? -1 : 1;

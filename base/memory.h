@@ -30,6 +30,13 @@ Owned<T> zeroed_record(std::size_t extra = 0) {
   return Owned<T>(static_cast<T *>(std::calloc(1, sizeof(T) + extra)));
 }
 
+/// A copy of `n` bytes, or null when memory is short.
+inline Buffer duplicate(const void *bytes, std::size_t n) {
+  Buffer copy(static_cast<std::uint8_t *>(std::malloc(n)));
+  if (copy != nullptr && n != 0) std::memcpy(copy.get(), bytes, n);
+  return copy;
+}
+
 /// memcpy for a length that may be 0, where either pointer may then be null.
 inline void copy_bytes(void *to, const void *from, std::size_t n) {
   if (n != 0) std::memcpy(to, from, n);

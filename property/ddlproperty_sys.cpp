@@ -1,4 +1,5 @@
 // Lock wrappers: one POSIX call each, and a fatal report where it fails as it never should.
+// And the platform's name of a disk's block device.
 #include "kzddl/ddlproperty_sys.h"
 
 #include <cerrno>
@@ -10,9 +11,12 @@
 
 namespace kzddl {
 
-pthread_rwlock_t ddlproperty_generic_lock = PTHREAD_RWLOCK_INITIALIZER;
+/// Alone on its cache line: every look-up writes to it.
+alignas(64) pthread_rwlock_t ddlproperty_generic_lock = PTHREAD_RWLOCK_INITIALIZER;
 pthread_mutex_t ddlproperty_scsi_version_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t ddlproperty_geometry_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+std::int32_t ddlproperty_lock_initialized = 0;
 
 void ddlproperty_rwlock_failed() {
   ddlmsg(0x70000, 0, "ddlproperty_rwlock_failed: Unexpected rwlock failure: %s\n",
@@ -108,4 +112,9 @@ int ddlproperty_lock_init() {
   ddlproperty_rwlock_init(&ddlproperty_generic_lock);
   ddlproperty_mutex_init(&ddlproperty_scsi_version_mutex);
   return ddlproperty_mutex_init(&ddlproperty_geometry_mutex);
+}
+
+int ddl_get_blockpath(const char *path, char *out) {
+  std::strncpy(out, path, KZDDL_BLOCKPATH_SIZE);
+  return 0;
 }

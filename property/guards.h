@@ -7,6 +7,8 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 
 #include "kzddl/ddlproperty_sys.h"
 
@@ -15,6 +17,9 @@ namespace kzddl {
 extern pthread_rwlock_t ddlproperty_generic_lock;
 extern pthread_mutex_t ddlproperty_scsi_version_mutex;
 extern pthread_mutex_t ddlproperty_geometry_mutex;
+
+/// Nonzero once init_property_list() has initialised the locks above.
+extern std::int32_t ddlproperty_lock_initialized;
 
 /// Logs the text of errno and ends the process with exit status 4.
 [[noreturn]] void ddlproperty_rwlock_failed();
@@ -42,12 +47,14 @@ class MutexGuard {
   pthread_mutex_t *mutex_;
 };
 
-/// Holds a reader-writer lock until its scope ends or release() is called.
+/// Holds a reader-writer lock until its scope ends or release() is called; one made of null
+/// holds nothing.
 class RwGuard {
  public:
   enum class Mode { read, write };
 
   RwGuard(pthread_rwlock_t *lock, Mode mode) : lock_(lock) {
+    if (lock_ == nullptr) return;
     require(mode == Mode::read ? ddlproperty_rd_lock(lock) : ddlproperty_wr_lock(lock));
   }
   RwGuard(const RwGuard &) = delete;
@@ -68,6 +75,28 @@ class RwGuard {
   }
 
   pthread_rwlock_t *lock_;
+};
+
+/// A property's lock and the stored name that gives it its place in the lock order.
+struct NamedLock {
+  const char *name;
+  pthread_rwlock_t *lock;
+};
+
+/// Holds the locks of two different properties for writing, the lower name's taken first.
+class WritePairGuard {
+ public:
+  WritePairGuard(const NamedLock &a, const NamedLock &b)
+      : lower_((is_lower(a, b) ? a : b).lock, RwGuard::Mode::write),
+        higher_((is_lower(a, b) ? b : a).lock, RwGuard::Mode::write) {}
+
+ private:
+  static bool is_lower(const NamedLock &a, const NamedLock &b) {
+    return std::strcmp(a.name, b.name) < 0;
+  }
+
+  RwGuard lower_;
+  RwGuard higher_;
 };
 
 }  // namespace kzddl

@@ -1,6 +1,6 @@
 /**
  * @file
- * Lock wrappers of the process-wide state.
+ * Lock wrappers of the process-wide state, and the block device path of a disk.
  *
  * Thread safety: every function may be called from any thread. Lock order: the generic
  * lock before any property's lock; two property locks in `strcmp` order of their names;
@@ -12,9 +12,9 @@
 #ifndef KZDDL_DDLPROPERTY_SYS_H
 #define KZDDL_DDLPROPERTY_SYS_H
 
-#include <pthread.h>
-
 #include "kzddl/api.h"
+
+#include <pthread.h>
 
 KZDDL_BEGIN_DECLS
 
@@ -67,6 +67,19 @@ KZDDL_API int ddlproperty_asl_unlock(pthread_mutex_t *mutex);
  * @return the result of the last initialisation
  */
 KZDDL_API int ddlproperty_lock_init(void);
+
+/** Bytes of a block device path with its NUL. */
+#define KZDDL_BLOCKPATH_SIZE 4096
+
+/**
+ * Gives the path of the block device that belongs to a disk's device path: the same path.
+ *
+ * @param path  device path
+ * @param out   KZDDL_BLOCKPATH_SIZE bytes, all written: the path, then zeros. A path of that
+ *              length or more is cut and has no NUL.
+ * @return 0
+ */
+KZDDL_API int ddl_get_blockpath(const char *path, char *out);
 
 KZDDL_END_DECLS
 

@@ -1,0 +1,63 @@
+// Look-ups of what a value is linked with.
+#pragma once
+
+#include <iterator>
+
+#include "property/store.h"
+
+namespace kzddl {
+
+/// Calls visit(const asso &) for the links of a value with values of `property`, ascending. Both
+/// sides of each are kept alive by the lock of the value's property.
+template <class Visit>
+void for_each_link_to(const char *property, const vnode &value, Visit visit) {
+  pnode key_property;
+  key_property.name = property;
+  value.alist.for_run({&key_property, nullptr}, visit);
+}
+
+/// Accepts every link.
+inline constexpr auto every_link = [](const asso &) { return true; };
+
+/// Hands out the values of `property` linked with a value, if chosen(const asso &) accepts the
+/// link: their number, or -1 when memory is short.
+template <class Chosen>
+std::int32_t linked_values(const char *property, const vnode &value, Chosen chosen,
+                           const char ***out) {
+  // A short run, the usual one, is walked once: what is found is noted here.
+  const char *noted[16];
+  constexpr auto room = static_cast<std::int32_t>(std::size(noted));
+  std::int32_t count = 0;
+  for_each_link_to(property, value, [&](const asso &link) {
+    if (!chosen(link)) return;
+    if (count < room) noted[count] = link.assov->value;
+    ++count;
+  });
+  if (count == 0) return 0;
+  ResultArray values(count);
+  if (!values) return -1;
+  if (count <= room) {
+    for (std::int32_t i = 0; i < count; ++i)
+      values.add(noted[i]);
+  } else {
+    for_each_link_to(property, value, [&](const asso &link) {
+      if (chosen(link)) values.add(link.assov->value);
+    });
+  }
+  *out = values.release();
+  return count;
+}
+
+/// Hands out all links, names and values in step: their number, or -1 when memory is short.
+std::int32_t all_links(const vnode &value, const char ***names, const char ***values);
+
+/// All values of `wanted` that are linked with value `x` of `property`: their number; -1 when
+/// the database, a property or `x` does not exist, or memory is short.
+std::int32_t ddl_get_asso_val_ts(const char *property, const char *x, const char *wanted,
+                                 const char ***out);
+
+/// All links of value `x` of `property`, names and values in step: their number, or -1 as above.
+std::int32_t ddl_get_asso_ts(const char *property, const char *x, const char ***names,
+                             const char ***values);
+
+}  // namespace kzddl

@@ -1,0 +1,87 @@
+// The index of a property's values: a chained hash table that doubles as it fills.
+#include "property/value_index.h"
+
+#include <cstring>
+
+#include "property/store.h"
+
+namespace kzddl {
+
+namespace {
+
+constexpr std::uint32_t first_size = 64;
+constexpr std::uint32_t most_without_index = 32;
+
+/// Hash of a payload. It starts from an address that differs from process to process: what a
+/// device reports cannot be chosen to fall into one bucket.
+std::uint32_t hash_of(const char *typed) {
+  constexpr std::uint64_t odd_factor = 0x9E37'79B9'7F4A'7C15;
+  const char *text = text_of(typed);
+  std::size_t left = payload_length(typed);
+  std::uint64_t hash = reinterpret_cast<std::uintptr_t>(&plist) + left;
+  const auto mix = [&hash](std::uint64_t word) {
+    hash = (hash ^ word) * odd_factor;
+    hash ^= hash >> 32;
+  };
+  std::uint64_t word = 0;
+  for (; left >= sizeof word; text += sizeof word, left -= sizeof word) {
+    std::memcpy(&word, text, sizeof word);
+    mix(word);
+  }
+  word = 0;
+  std::memcpy(&word, text, left);
+  mix(word);
+  return static_cast<std::uint32_t>(hash);
+}
+
+}  // namespace
+
+vnode *ValueIndex::find(const char *typed) const {
+  vnode key;
+  key.value = typed;
+  const std::uint32_t hash = hash_of(typed);
+  vnode *value = bucket_of(hash);
+  while (value != nullptr && (value->hash != hash || cmp_val(value, &key) != 0)) {
+    value = value->next_in_bucket;
+  }
+  return value;
+}
+
+void ValueIndex::add(vnode &value, const TypedList<vnode> &values, std::int32_t count) {
+  value.hash = hash_of(value.value);
+  const std::uint32_t most = buckets_ != nullptr ? size_ : most_without_index;
+  if (static_cast<std::uint32_t>(count) > most && grow(values)) return;
+  if (buckets_ != nullptr) insert(value);
+}
+
+void ValueIndex::remove(vnode &value) {
+  if (buckets_ == nullptr) return;
+  vnode **link = &bucket_of(value.hash);
+  while (*link != &value)
+    link = &(*link)->next_in_bucket;
+  *link = value.next_in_bucket;
+}
+
+void ValueIndex::destroy() {
+  std::free(buckets_);
+  buckets_ = nullptr;
+}
+
+void ValueIndex::insert(vnode &value) {
+  vnode *&bucket = bucket_of(value.hash);
+  value.next_in_bucket = bucket;
+  bucket = &value;
+}
+
+bool ValueIndex::grow(const TypedList<vnode> &values) {
+  const std::uint32_t size = buckets_ != nullptr ? size_ * 2 : first_size;
+  auto **buckets = static_cast<vnode **>(std::calloc(size, sizeof(void *)));
+  if (buckets == nullptr) return false;
+  std::free(buckets_);
+  buckets_ = buckets;
+  size_ = size;
+  values.for_each([this](vnode &value) { insert(value); });
+  return true;
+}
+
+}  // namespace kzddl

@@ -1,0 +1,246 @@
+// Name-value pairs and lists: their bytes, their blocks, and what is refused.
+#include "kzddl/ddl_name_value_api.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kzddl/ddlts.h"
+#include "support/failing_malloc.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using namespace kzddl_test;
+using namespace std::string_literals;
+
+using Strings = std::vector<std::string>;
+
+constexpr char *end = nullptr;
+char *const untouched = const_cast<char *>("untouched");
+
+std::string typed(const std::string &payload, char type = 0) {
+  return "\x1B"s + type + static_cast<char>(payload.size()) + payload;
+}
+
+const std::string first = typed("a,b=\0c"s);
+const std::string second = typed("\x1B,\0,"s, 1);
+
+bool is_guarded(const void *block) {
+  return std::memcmp(static_cast<const char *>(block) - 4, "!^#@", 4) == 0;
+}
+
+/// The bytes of a pair or value: `size` and the terminator that must follow; then released.
+std::string take(char *block, std::size_t size) {
+  EXPECT_TRUE(is_guarded(block));
+  std::string bytes(block, size);
+  EXPECT_EQ(block[size], '\0');
+  nv_free(block);
+  return bytes;
+}
+
+/// The strings of an array that holds `n`, packed behind it in its block; then released.
+Strings take(char **array, int n, const std::function<std::size_t(const char *)> &length) {
+  Strings strings;
+  EXPECT_TRUE(is_guarded(array));
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(array) % alignof(char *), 0u);
+  EXPECT_EQ(array[n], nullptr);
+  const char *expected = reinterpret_cast<char *>(array + n + 1);
+  for (int i = 0; i < n; ++i) {
+    EXPECT_EQ(array[i], expected) << i;
+    strings.emplace_back(array[i], length(array[i]));
+    expected = array[i] + strings.back().size() + 1;
+    EXPECT_EQ(expected[-1], '\0');
+  }
+  nv_free(array);
+  return strings;
+}
+
+Strings values_of(const std::string &pair) {
+  char **values = nullptr;
+  const int n = nv_get_value(pair.c_str(), &values);
+  return n < 0 ? Strings{"none"} : take(values, n, ts_len);
+}
+
+std::string name_of(const std::string &pair) {
+  char *name = untouched;
+  if (nv_get_name(pair.c_str(), &name) != 0) return name == untouched ? "none" : "touched";
+  return take(name, std::strlen(name));
+}
+
+TEST(NameValue, BlocksAreReleasedOnlyByTheirGuard) {
+  auto *block = static_cast<char *>(nv_alloc(16));
+  ASSERT_TRUE(is_guarded(block));
+  std::memset(block, 0xFF, 16);
+  nv_free(block);
+  nv_free(nv_alloc(0));
+  nv_free(nullptr);
+  char foreign[] = "!^#$mine";
+  nv_free(foreign + 4);
+  EXPECT_STREQ(foreign, "!^#$mine");
+  if (sizeof(void *) == 4) {
+    EXPECT_EQ(nv_alloc(~0u), nullptr);
+  }
+}
+
+TEST(NameValue, ListsCopyTheirPairs) {
+  const auto pair_length = [](const char *pair) {
+    const std::string t = "b=" + first + "," + second;
+    return pair[0] == 'b' ? t.size() : std::strlen(pair);
+  };
+  const std::string pair = "b=" + first + "," + second;
+  char **list = nullptr;
+  ASSERT_EQ(nv_create_list(&list, "a=1", pair.c_str(), " =", end), 3);
+  char **longer = nullptr;
+  ASSERT_EQ(nv_append_list(&longer, list, "c= x , y", end), 4);
+  const Strings pairs{"a=1", pair, " ="};
+  EXPECT_EQ(take(list, 3, pair_length), pairs);
+  EXPECT_EQ(take(longer, 4, pair_length), (Strings{"a=1", pair, " =", "c= x , y"}));
+
+  char *const none[] = {nullptr};
+  ASSERT_EQ(nv_append_list(&list, none, end), 0);
+  EXPECT_EQ(take(list, 0, pair_length), Strings{});
+  ASSERT_EQ(nv_append_list(&list, none, "a=1", end), 1);
+  EXPECT_EQ(take(list, 1, pair_length), Strings{"a=1"});
+}
+
+TEST(NameValue, PairsHoldWholeValues) {
+  char *pair = nullptr;
+  ASSERT_EQ(nv_set_value(&pair, " \t speed ", " fast , slow "), 0);
+  EXPECT_EQ(take(pair, 20), "speed = fast , slow ");
+  const std::string sequence = first + "," + second;
+  ASSERT_EQ(nv_set_value(&pair, "n", sequence.c_str()), 0);
+  EXPECT_EQ(take(pair, 2 + sequence.size()), "n=" + sequence);
+
+  ASSERT_EQ(nv_set_mult_value(&pair, " DISK ", first.c_str(), second.c_str(), end), 0);
+  EXPECT_EQ(take(pair, 6 + sequence.size()), "DISK =" + sequence);
+  ASSERT_EQ(nv_set_mult_value(&pair, "n", end), 0);
+  EXPECT_EQ(take(pair, 2), "n=");
+  // No "," follows an empty value.
+  ASSERT_EQ(nv_set_mult_value(&pair, "n", "", first.c_str(), "", "", second.c_str(), end), 0);
+  EXPECT_EQ(take(pair, 2 + sequence.size()), "n=" + sequence);
+  ASSERT_EQ(nv_set_mult_value(&pair, "n", first.c_str(), "", end), 0);
+  EXPECT_EQ(take(pair, 3 + first.size()), "n=" + first + ",");
+
+  const std::string old = " n=" + first;
+  ASSERT_EQ(nv_append_value(&pair, old.c_str(), second.c_str(), first.c_str(), end), 0);
+  const std::string longer = " n=" + sequence + "," + first;
+  EXPECT_EQ(take(pair, longer.size()), longer);
+  ASSERT_EQ(nv_append_value(&pair, "n=x", end), 0);
+  EXPECT_EQ(take(pair, 3), "n=x");
+}
+
+TEST(NameValue, NamesLoseTheBlanksAroundThem) {
+  EXPECT_EQ(name_of("  speed =  fast , slow ,,"), "speed");
+  EXPECT_EQ(name_of("a b \t\r\n\v\f=c=d"), "a b");
+  EXPECT_EQ(name_of("x=" + first), "x");
+  EXPECT_EQ(name_of("\xA0 ="), "\xA0");  // no blank in the C locale
+  for (const char *malformed : {"", "  ", "speed", "=x", " \t=x"}) {
+    EXPECT_EQ(name_of(malformed), "none");
+    EXPECT_EQ(values_of(malformed), Strings{"none"});
+  }
+}
+
+TEST(NameValue, ValuesAreSplitAtCommas) {
+  EXPECT_EQ(values_of("  speed =  fast , slow ,,"), (Strings{"fast", "slow", "", ""}));
+  EXPECT_EQ(values_of("n="), Strings{""});
+  EXPECT_EQ(values_of("n= \t"), Strings{""});
+  EXPECT_EQ(values_of("n=a b,=,\xA0 , x"), (Strings{"a b", "=", "\xA0", "x"}));
+  EXPECT_EQ(values_of("n=" + first), Strings{first});
+  EXPECT_EQ(values_of("n=" + first + "," + second + ","), (Strings{first, second, ""}));
+  EXPECT_EQ(values_of("n=" + first + ",x,y"), (Strings{first, "x", "y"}));
+}
+
+TEST(NameValue, AnyPayloadSurvivesTheRoundTrip) {
+  std::mt19937 random(4);
+  const char alphabet[] = {',', '=', '\0', '\x1B', ' ', '\xFF', 'a', '\3'};
+  for (int i = 0; i < 300; ++i) {
+    Strings values;
+    for (int v = 0; v < 3; ++v) {
+      std::string payload(random() % (i % 10 == 0 ? 256 : 6), '\0');
+      for (char &c : payload)
+        c = alphabet[random() % sizeof alphabet];
+      values.push_back(typed(payload, static_cast<char>(random())));
+    }
+    char *pair = nullptr;
+    ASSERT_EQ(nv_set_mult_value(&pair, "n", values[0].c_str(), values[1].c_str(), end), 0);
+    char *longer = nullptr;
+    ASSERT_EQ(nv_append_value(&longer, pair, values[2].c_str(), end), 0);
+    char **list = nullptr;
+    ASSERT_EQ(nv_create_list(&list, "a=b", longer, pair, end), 3);
+    nv_free(pair);
+    nv_free(longer);
+    char **split = nullptr;
+    ASSERT_EQ(nv_get_value(list[1], &split), 3);
+    nv_free(list);
+    EXPECT_EQ(take(split, 3, ts_len), values);
+  }
+}
+
+/// Each builder and reader, delivering through a pointer that starts out untouched.
+const std::vector<std::function<int(char **)>> operations = {
+    [](char **out) { return nv_create_list(reinterpret_cast<char ***>(out), "a=1", end); },
+    [](char **out) {
+      char pair[] = "a=1";
+      char *old[20];
+      std::fill(old, old + 19, &pair[0]);
+      old[19] = nullptr;
+      return nv_append_list(reinterpret_cast<char ***>(out), old, "b=2", end);
+    },
+    [](char **out) { return nv_set_value(out, "n", "x"); },
+    [](char **out) { return nv_set_mult_value(out, "n", "x", "y", end); },
+    [](char **out) { return nv_append_value(out, "n=x", "y", end); },
+    [](char **out) { return nv_get_name("n=x", out); },
+    [](char **out) { return nv_get_value("n=x", reinterpret_cast<char ***>(out)); },
+    [](char **out) { return nv_get_value("n=\x1B\0\0", reinterpret_cast<char ***>(out)); },
+};
+
+TEST(NameValue, FailuresDeliverNothing) {
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    bool failed = true;
+    for (long n = 1; failed; ++n) {
+      char *out = untouched;
+      FailMalloc fail(n);
+      const int result = operations[i](&out);
+      failed = fail.happened();
+      EXPECT_EQ(result < 0, failed) << i;
+      EXPECT_EQ(out == untouched, failed) << i;
+      if (!failed) nv_free(out);
+      EXPECT_TRUE(failed || n > 1) << i;
+    }
+  }
+  char **list = &const_cast<char *&>(untouched);
+  char *pair = untouched;
+  char *const old[] = {const_cast<char *>("no pair"), nullptr};
+  EXPECT_EQ(nv_create_list(&list, end), -1);
+  EXPECT_EQ(nv_create_list(&list, "a=1", "", "b=2", end), -1);
+  EXPECT_EQ(nv_append_list(&list, old, "a=1", end), -1);
+  EXPECT_EQ(nv_set_value(&pair, " \t", "x"), -1);
+  EXPECT_EQ(nv_set_mult_value(&pair, "", "x", end), -1);
+  for (const char *malformed : {"x", " =x", "=x", ""})
+    EXPECT_EQ(nv_append_value(&pair, malformed, "y", end), -1);
+  EXPECT_EQ(list, &untouched);
+  EXPECT_EQ(pair, untouched);
+}
+
+TEST(NameValue, ListsPrintALineForEachPair) {
+  const std::string pair = "disk=" + typed("sda") + "," + typed("\xC3", 1);
+  char **list = nullptr;
+  ASSERT_EQ(nv_create_list(&list, " speed = fast , slow,", " =x", pair.c_str(), end), 3);
+  LogCapture log;
+  nv_print(list);
+  EXPECT_EQ(log.text(),
+            "Printing Name-Value Pair\n"
+            "speed \t:  fast, slow, \n"
+            "Invalid nv pair for i = 1\n"
+            "disk \t:  sda, C3\n");
+  nv_free(list);
+}
+
+}  // namespace

@@ -1,0 +1,434 @@
+// Dynamic attributes: when a library is asked, what it is given, and what becomes of its answer.
+#include "kzddl/ddlproperty_dynamic.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <optional>
+#include <thread>
+
+#include "examples/array_support/kzexample_asl.h"
+#include "kzddl/ddl_name_value_api.h"
+#include "sim/disk.h"
+#include "sim/host.h"
+#include "support/failing_malloc.h"
+#include "support/log_capture.h"
+#include "support/property_test.h"
+
+namespace {
+
+using namespace kzddl_test;
+
+const std::string disk = "/dev/null";  // a device that every machine has
+
+/// A call of an entry point.
+struct Call {
+  std::string path;
+  std::string attr;
+  odh device;
+};
+
+std::vector<Call> calls;
+std::function<std::int32_t(const dip &, const std::string &, char ***)> answer;
+
+/// Entry points that differ by address alone.
+template <int>
+std::int32_t entry(dip record, const char *attr, char ***list) {
+  calls.push_back({record.path, attr, *record.odh});
+  return answer(record, attr, list);
+}
+
+template <class T>
+std::string address(T *pointer) {
+  return typed(std::string(reinterpret_cast<const char *>(&pointer), sizeof pointer), 1);
+}
+
+/// Answers any attribute with a list of one pair: "name=value".
+auto answer_with(std::string value, std::optional<std::string> name = {}) {
+  return [=](const dip &, const std::string &attr, char ***list) {
+    char *pair = nullptr;
+    nv_set_value(&pair, name.value_or(attr).c_str(), value.c_str());
+    nv_create_list(list, pair, nullptr);
+    nv_free(pair);
+    return 0;
+  };
+}
+
+class Dynamic : public DatabaseTest {
+ protected:
+  Dynamic() {
+    calls.clear();
+    answer = answer_with("new");
+  }
+
+  void add_library(const std::string &name, const std::string &entry_address) {
+    relate("DISK", disk, "LIBNAME", name);
+    relate("LIBNAME", name, "GET_DYNAMIC_ATTR_ENTRY", entry_address);
+  }
+  void add_library() { add_library("lib", address(entry<0>)); }
+
+  void add_attribute(const std::string &name) { relate("DISK", disk, "DYNAMIC", name); }
+};
+
+TEST_F(Dynamic, TheLibraryIsAskedAndItsAnswerStored) {
+  add_attribute("STATE");
+  add_library();
+  answer = answer_with("on, off,on ");
+  EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"on", "off"}));
+  EXPECT_EQ(values_of("STATE"), (Strings{"on", "off"}));
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].path, disk);
+  EXPECT_EQ(calls[0].attr, "STATE");
+  struct stat node;
+  ASSERT_EQ(stat(disk.c_str(), &node), 0);
+  EXPECT_EQ(calls[0].device.devname, disk);
+  EXPECT_EQ(calls[0].device.dev, node.st_rdev);
+  EXPECT_EQ(calls[0].device.blkdev, node.st_rdev);
+  EXPECT_EQ(calls[0].device.zero, 0u);
+  linked("DISK", disk, "STATE");
+  EXPECT_EQ(calls.size(), 2u) << "each look-up asks again";
+}
+
+TEST_F(Dynamic, NobodyIsAskedForAnythingElse) {
+  add_attribute("STATE");
+  relate("DISK", disk, "STATE", "stored");
+  EXPECT_EQ(linked("DISK", disk, "STATE"), Strings{"stored"}) << "no library";
+  add_library();
+  EXPECT_EQ(linked("disk", disk, "STATE"), Strings{"stored"}) << "not exactly DISK";
+  EXPECT_EQ(links_of("disk", disk).size(), 3u);
+  EXPECT_EQ(linked("DISK", disk, "LIBNAME"), Strings{"lib"}) << "not dynamic";
+  EXPECT_EQ(linked("DISK", disk, "STAT"), Strings{}) << "shorter than the registered name";
+  relate("DISK", "/dev/zero", "STATE", "stored too");
+  EXPECT_EQ(linked("DISK", "/dev/zero", "STATE"), Strings{"stored too"}) << "not of this disk";
+  EXPECT_EQ(links_of("DISK", "/dev/zero").size(), 1u);
+  EXPECT_EQ(selected("DISK", disk, KZDDL_ASSO_DIFFERENT, "STATE"), Strings{"stored"});
+  EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(Dynamic, AnAttributesOwnEntryComesBeforeTheLibrarys) {
+  add_library();
+  add_attribute("ab");
+  add_attribute("abc");
+  add_attribute("b");
+  relate("DYNAMIC", "abc", "GET_DYNAMIC_ATTR_ENTRY", address(entry<1>));
+  ASSERT_EQ(set("abcd", {"never linked"}), 1);
+  EXPECT_EQ(linked("DISK", disk, "abcd"), Strings{});
+  ASSERT_EQ(calls.size(), 1u) << "the first in descending order whose name begins the request";
+  EXPECT_EQ(calls[0].attr, "abc");
+  EXPECT_EQ(linked("DISK", disk, "abc"), Strings{"new"});
+  EXPECT_EQ(linked("DISK", disk, "abX"), Strings{"new"});
+  EXPECT_EQ(calls.back().attr, "abX") << "the library is asked for what was requested";
+}
+
+TEST_F(Dynamic, AllAttributesAreFetchedForAllLinks) {
+  add_attribute("A");
+  add_attribute("B");
+  add_attribute("C");
+  relate("DYNAMIC", "B", "GET_DYNAMIC_ATTR_ENTRY", address(entry<1>));
+  EXPECT_EQ(links_of("DISK", disk), (Pairs{{"DYNAMIC", "C"}, {"DYNAMIC", "B"}, {"DYNAMIC", "A"}}));
+  EXPECT_TRUE(calls.empty()) << "nobody knows C, which comes first";
+  add_library();
+  EXPECT_EQ(links_of("DISK", disk), (Pairs{{"LIBNAME", "lib"},
+                                           {"DYNAMIC", "C"},
+                                           {"DYNAMIC", "B"},
+                                           {"DYNAMIC", "A"},
+                                           {"C", "new"},
+                                           {"B", "new"},
+                                           {"A", "new"}}));
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_EQ(calls[0].attr + calls[1].attr + calls[2].attr, "CBA");
+}
+
+TEST_F(Dynamic, AllLinksTakeTheReservedNamesExactly) {
+  relate("DISK", disk, "Dynamic", "A");
+  relate("DISK", disk, "LibName", "lib");
+  relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", address(entry<0>));
+  EXPECT_EQ(links_of("DISK", disk).size(), 2u);
+  EXPECT_TRUE(calls.empty());
+  EXPECT_EQ(linked("DISK", disk, "A"), Strings{"new"}) << "a look-up of one does not";
+}
+
+TEST_F(Dynamic, OldValuesGoWithTheirLastLink) {
+  add_attribute("STATE");
+  add_library();
+  for (const char *old : {"old1", "old2", "shared"})
+    relate("DISK", disk, "STATE", old);
+  relate("DISK", "/dev/zero", "STATE", "shared");
+  answer = answer_with("new1,new2");
+  EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"new2", "new1"}));
+  EXPECT_EQ(values_of("STATE"), (Strings{"shared", "new2", "new1"}));
+  EXPECT_EQ(links_of("STATE", "shared"), (Pairs{{"DISK", "/dev/zero"}}));
+}
+
+TEST_F(Dynamic, AValueReportedAgainStaysWhereItIs) {
+  add_attribute("STATE");
+  add_library();
+  const std::string binary = typed(std::string("a\0,b", 4), 7);
+  answer = answer_with(binary + "," + typed("x", 1));
+  EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"x", std::string("a\0,b", 4)}));
+  const char **before = nullptr;
+  const char **after = nullptr;
+  ASSERT_EQ(get_property_ts("STATE", &before), 2);
+  answer = answer_with(typed("x", 2) + "," + binary);
+  EXPECT_EQ(linked("DISK", disk, "STATE").size(), 2u);
+  ASSERT_EQ(get_property_ts("STATE", &after), 2);
+  EXPECT_EQ(take(2, before)[1], after[1]);
+  EXPECT_EQ(take(2, after)[0][1], 2) << "another type is another value";
+}
+
+TEST_F(Dynamic, ArgumentsMayPointAtWhatTheFetchRemoves) {
+  add_attribute("STATE");
+  add_library();
+  relate("DISK", disk, "STATE", "old");
+  relate("OTHER", "x", "STATE", "old");
+  const char **names = nullptr;
+  const char **values = nullptr;
+  ASSERT_EQ(get_asso_ts("STATE", "old", &names, &values), 2);
+  const char *path = take(2, values)[1];  // the stored disk
+  ASSERT_STREQ(take(2, names)[1], "DISK");
+  ASSERT_EQ(get_asso_ts("OTHER", "x", &names, &values), 1);
+  const char *stored_name = take(1, names)[0];
+  take(1, values);
+  ASSERT_EQ(erase("OTHER", {"x"}), 0);
+  ASSERT_EQ(get_asso_val_ts("DISK", path, stored_name, &values), 1);  // removes and remakes STATE
+  EXPECT_EQ(payloads(1, values), Strings{"new"});
+}
+
+TEST_F(Dynamic, NoOutputKeepsPointingAtAFreedArray) {
+  add_attribute("STATE");
+  add_library();
+  relate("DISK", disk, "STATE", "old");
+  answer = [](const dip &, const std::string &, char ***) { return destroy_property("STATE"), 1; };
+  const char *before[] = {"before"};
+  const char **names = before;
+  const char **values = before;
+  EXPECT_EQ(get_asso_val_ts("DISK", disk.c_str(), "STATE", &values), -1);
+  EXPECT_EQ(values, nullptr);
+  values = before;
+  answer = [](const dip &, const std::string &, char ***) { return destroy_property("DISK"), 1; };
+  EXPECT_EQ(get_asso_ts("DISK", disk.c_str(), &names, &values), -1);
+  EXPECT_EQ(names, nullptr);
+  EXPECT_EQ(values, nullptr);
+}
+
+/// What goes wrong, and the message that says so.
+struct Failure {
+  const char *name;
+  std::function<void()> arrange;
+  std::string message;
+};
+
+class DynamicFailure : public Dynamic, public testing::WithParamInterface<Failure> {};
+
+TEST_P(DynamicFailure, IsLoggedAndLeavesWhatIsStored) {
+  add_attribute("A");
+  relate("DISK", disk, "A", "stored");
+  relate("DISK", disk, "LIBNAME", "lib");
+  GetParam().arrange();
+  LogCapture log;
+  EXPECT_EQ(linked("DISK", disk, "A"), Strings{"stored"});
+  EXPECT_EQ(log.text(), GetParam().message);
+}
+
+void register_entry(const std::string &entry_address) {
+  relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry_address);
+}
+
+Failure answering(const char *name, decltype(answer) reply, const std::string &message) {
+  return {name, [=] { register_entry(address(entry<0>)), answer = reply; }, message};
+}
+
+std::int32_t empty_list(const dip &, const std::string &, char ***list) {
+  *list = static_cast<char **>(nv_alloc(sizeof(char *)));
+  (*list)[0] = nullptr;
+  return 0;
+}
+
+std::int32_t list_of_junk(const dip &, const std::string &, char ***list) {
+  *list = static_cast<char **>(nv_alloc(2 * sizeof(char *) + 5));
+  (*list)[0] = reinterpret_cast<char *>(*list + 2);
+  (*list)[1] = nullptr;
+  std::strcpy((*list)[0], "junk");
+  return 0;
+}
+
+const std::string prefix = "ddl_get_dynamic_attr: ";
+const std::string no_function =
+    prefix + "no get_dynamic_attr function defined for library lib for device /dev/null\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, DynamicFailure,
+    testing::Values(
+        Failure{"noEntry", [] {},
+                prefix + "can't find get_dynamic_attr entry for library lib for device "
+                         "/dev/null\n"},
+        Failure{"nullEntry", [] { register_entry(address<void>(nullptr)); }, no_function},
+        Failure{"shortAddress", [] { register_entry(typed("abc")); }, no_function},
+        answering(
+            "refusal", [](auto &&...) { return 1; }, ""),
+        answering(
+            "noList", [](auto &&...) { return 0; },
+            prefix + "lib /dev/null get_name() error -1 for \n"),
+        answering("emptyList", empty_list, prefix + "lib /dev/null get_name() error -1 for \n"),
+        answering("noName", list_of_junk, prefix + "lib /dev/null get_name() error -1 for junk\n"),
+        answering("otherName", answer_with("new", "B"),
+                  prefix + "lib /dev/null requested attr name don't match returned attr name B\n")),
+    [](const auto &info) { return info.param.name; });
+
+TEST_F(Dynamic, TheDeviceMustExistAndItsPathMustFit) {
+  const auto message_for = [](const std::string &path) {
+    relate("DISK", path, "DYNAMIC", "A");
+    relate("DISK", path, "LIBNAME", "lib");
+    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", address(entry<0>));
+    LogCapture log;
+    linked("DISK", path, "A");
+    return log.text();
+  };
+  EXPECT_EQ(message_for("/nonexistent"), prefix + "Could not do stat on path /nonexistent\n");
+  std::string path = "/dev/null";
+  while (path.size() < KZDDL_DIP_PATH_SIZE - 1)
+    path.insert(4, "/");
+  EXPECT_EQ(message_for(path), "");
+  ASSERT_EQ(calls.size(), 1u);
+  EXPECT_EQ(calls[0].path, path);
+  path.insert(4, "/");
+  EXPECT_EQ(message_for(path), prefix + "No room in dip object for disk path " + path + "\n");
+  EXPECT_EQ(calls.size(), 1u);
+}
+
+TEST_F(Dynamic, ShortMemoryLeavesWhatIsStored) {
+  add_attribute("A");
+  add_library();
+  relate("DISK", disk, "A", "stored");
+  answer = answer_with("stored");
+  long allocations = 0;
+  {
+    CountMalloc counter;
+    linked("DISK", disk, "A");
+    allocations = counter.count();
+  }
+  answer = answer_with("new");
+  for (long n = 1; n < allocations; ++n) {  // the last one is the result array
+    if (n == 3 || n == 4) continue;         // the library's own, which answer_with does not check
+    LogCapture log;
+    {
+      FailMalloc fail(n);
+      EXPECT_EQ(linked("DISK", disk, "A"), Strings{"stored"}) << n;
+      EXPECT_TRUE(fail.happened());
+    }
+    if (n <= 2) {
+      EXPECT_EQ(log.text(), prefix + "Unable to obtain storage for " + (n == 1 ? "dip" : "odh") +
+                                " object for disk path /dev/null\n");
+    }
+  }
+  EXPECT_EQ(linked("DISK", disk, "A"), Strings{"new"});
+}
+
+/// The handler record of a library, at an address that suits its mutex.
+struct Handler {
+  alignas(8) unsigned char lead[4] = {};
+  unsigned char record[KZDDL_HANDLER_MUTEX] = {};
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+static_assert(offsetof(Handler, mutex) - offsetof(Handler, record) == KZDDL_HANDLER_MUTEX);
+
+TEST_F(Dynamic, CallsAreSerialisedWhenTheHandlersFlagsAskForIt) {
+  static Handler handler;
+  add_attribute("A");
+  add_attribute("B");
+  add_library();
+  relate("LIBNAME", "lib", "GET_DLL_HANDLER", address(handler.record));
+  relate("DYNAMIC", "B", "GET_DYNAMIC_ATTR_ENTRY", address(entry<1>));  // without a handler
+  static int trylock_result;
+  answer = [](const dip &record, const std::string &attr, char ***list) {
+    trylock_result = pthread_mutex_trylock(&handler.mutex);
+    if (trylock_result == 0) pthread_mutex_unlock(&handler.mutex);
+    set("FREE", {"x"});  // no lock of the database is held
+    return answer_with("new")(record, attr, list);
+  };
+  for (const auto &[flags, expected] :
+       {std::pair{0x00, 0}, {0xEF, 0}, {0x10, EBUSY}, {0xFF, EBUSY}}) {
+    handler.record[KZDDL_HANDLER_FLAGS] = static_cast<unsigned char>(flags);
+    EXPECT_EQ(linked("DISK", disk, "A"), Strings{"new"});
+    EXPECT_EQ(trylock_result, expected) << flags;
+    EXPECT_EQ(linked("DISK", disk, "B"), Strings{"new"});
+    EXPECT_EQ(trylock_result, 0);
+  }
+  EXPECT_EQ(pthread_mutex_trylock(&handler.mutex), 0) << "released after the call";
+  pthread_mutex_unlock(&handler.mutex);
+}
+
+TEST_F(Dynamic, FetchesOfSeveralThreadsThroughOneHandlerRunOneAtATime) {
+  static Handler handler;
+  handler.record[KZDDL_HANDLER_FLAGS] = KZDDL_HANDLER_SERIALISE;
+  add_attribute("A");
+  add_library();
+  relate("LIBNAME", "lib", "GET_DLL_HANDLER", address(handler.record));
+  static std::atomic<int> inside = 0;
+  static std::atomic<int> most = 0;
+  answer = [](const dip &record, const std::string &attr, char ***list) {
+    most = std::max<int>(most, ++inside);
+    std::this_thread::yield();
+    --inside;
+    return answer_with("new")(record, attr, list);
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int n = 0; n < 50; ++n)
+        linked("DISK", disk, "A");
+    });
+  }
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(most, 1);
+  EXPECT_EQ(calls.size(), 200u);
+}
+
+TEST_F(Dynamic, TheExampleLibraryAnswersForADisk) {
+  const std::string node = "/dev/sdx";
+  sim::Host::instance().add_control_node();
+  sim::Host::instance().add(
+      {.name = node,
+       .number = 0x830,
+       .device = std::make_shared<sim::Disk>(sim::DiskSpec{.vendor = "ACME", .product = "DISK"})});
+  void *module = dlopen(KZDDL_EXAMPLE_ASL, RTLD_NOW);
+  ASSERT_NE(module, nullptr) << dlerror();
+  const auto get_attr = reinterpret_cast<get_dynamic_attr_fn>(dlsym(module, "get_dynamic_attr"));
+  const auto handler =
+      static_cast<unsigned char *>(reinterpret_cast<void *(*)()>(dlsym(module, "get_handler"))());
+  ASSERT_NE(get_attr, nullptr);
+
+  // As a host program registers a library: its name, who it handles, where it is entered.
+  for (const char *attr : {"ARRAY_TYPE", "INQUIRY_ID", "POWER_STATE", "UNKNOWN"}) {
+    relate("DISK", node, "DYNAMIC", attr);
+  }
+  relate("DISK", node, "LIBNAME", "kzexample_asl");
+  relate("LIBNAME", "kzexample_asl", "GET_DYNAMIC_ATTR_ENTRY", address(entry<0>));
+  relate("LIBNAME", "kzexample_asl", "GET_DLL_HANDLER", address(handler));
+
+  auto *mutex = reinterpret_cast<pthread_mutex_t *>(handler + KZDDL_HANDLER_MUTEX);
+  answer = [=](const dip &record, const std::string &attr, char ***list) {
+    EXPECT_EQ(pthread_mutex_trylock(mutex), EBUSY);
+    return get_attr(record, attr.c_str(), list);
+  };
+  EXPECT_EQ(linked("DISK", node, "ARRAY_TYPE"), Strings{"RAID-5"});
+  EXPECT_EQ(linked("DISK", node, "POWER_STATE"), (Strings{"PSU 1 absent", "PSU 0 ok"}));
+  const char **values = nullptr;
+  ASSERT_EQ(get_asso_val_ts("DISK", node.c_str(), "INQUIRY_ID", &values), 1);
+  const char *id = take(1, values)[0];
+  EXPECT_EQ(id[1], 1);
+  EXPECT_EQ(payload_of(id).substr(0, 24), "ACME    DISK            ");
+  EXPECT_EQ(payload_of(id).size(), 28u);
+
+  EXPECT_EQ(destroy_property("GET_DYNAMIC_ATTR_ENTRY"), 0);
+  relate("LIBNAME", "kzexample_asl", "GET_DYNAMIC_ATTR_ENTRY", address(get_attr));
+  EXPECT_EQ(links_of("DISK", node).size(), 1u + 4u + 4u);
+  init_property_list(nullptr);
+  dlclose(module);
+}
+
+}  // namespace

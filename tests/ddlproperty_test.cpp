@@ -1,0 +1,326 @@
+// The property store: what is kept, in which order, and what is left when something fails.
+#include "kzddl/ddlproperty.h"
+
+#include "support/failing_malloc.h"
+#include "support/log_capture.h"
+#include "support/property_test.h"
+
+namespace {
+
+using namespace kzddl_test;
+
+const std::string longest(KZDDL_TS_MAX_PAYLOAD, 'v');
+const std::string too_long(KZDDL_TS_MAX_PAYLOAD + 1, 'v');
+
+// First: a database cannot be taken away again.
+TEST(NoDatabase, FailsWhateverTakesAProperty) {
+  EXPECT_EQ(is_proplist_initialized(), 0);
+  const char **array = nullptr;
+  EXPECT_EQ(create_property("P", 0, 0, 0), -1);
+  EXPECT_EQ(set("P", {"x"}), -1);
+  EXPECT_EQ(set_ts("P", {typed("x")}), -1);
+  EXPECT_EQ(get_property("P", &array), -1);
+  EXPECT_EQ(get_property_ts("P", &array), -1);
+  EXPECT_EQ(erase("P", {"x"}), -1);
+  EXPECT_EQ(destroy_property("P"), -1);
+  EXPECT_EQ(set_asso("P", "x", "Q", "y"), -1);
+  EXPECT_EQ(delete_asso("P", "x", "Q", "y"), 0);
+  EXPECT_EQ(get_asso("P", "x", &array, &array), -1);
+  EXPECT_EQ(get_asso_val("DISK", "x", "Q", &array), -1);
+  EXPECT_EQ(select_asso_val("P", "x", KZDDL_ASSO_EQUAL, "Q", &array), -1);
+  EXPECT_EQ(array, nullptr);
+  LogCapture log;
+  print_property_list();
+  print_list();
+  EXPECT_EQ(log.text(),
+            "Property List\nEnd of Property List\n"
+            "Property List\nNothing in list.\nEnd of Property List\n");
+  init_property_list(nullptr);
+  EXPECT_EQ(is_proplist_initialized(), 1);
+}
+
+class Store : public DatabaseTest {};
+
+TEST_F(Store, ValuesComeBackInDescendingOrderOfBytes) {
+  EXPECT_EQ(set("P", {"b", "a", "c"}), 3);
+  EXPECT_EQ(values_of("P"), (Strings{"c", "b", "a"}));
+  EXPECT_EQ(set("P", {"abc", "ab", "\x80", "", "b"}), 5);
+  EXPECT_EQ(values_of("P"), (Strings{"\x80", "c", "b", "abc", "ab", "a", ""}));
+  const char **texts = nullptr;
+  ASSERT_EQ(get_property("P", &texts), 7);
+  const auto entries = take(7, texts);
+  EXPECT_STREQ(entries[3], "abc");
+  EXPECT_STREQ(entries[6], "");
+}
+
+TEST_F(Store, CountsEntriesAndKeepsTheFirstOfEqualValues) {
+  EXPECT_EQ(set_ts("P", {typed("v", 3), typed("v", 5), "v", "w"}), 4);
+  const char **array = nullptr;
+  ASSERT_EQ(get_property_ts("P", &array), 2);
+  const auto entries = take(2, array);
+  EXPECT_EQ(std::string(entries[0], 5), std::string("\x1B\0\1w\0", 5));  // plain text is type 0
+  EXPECT_EQ(std::string(entries[1], 5), std::string("\x1B\3\1v\0", 5));
+  EXPECT_EQ(set_ts("P", {typed(std::string("v\0z", 3))}), 1);
+  EXPECT_EQ(values_of("P"), (Strings{"w", std::string("v\0z", 3), "v"}));
+}
+
+TEST_F(Store, NamesDifferFromEachOtherByMoreThanLetterCase) {
+  EXPECT_EQ(set("DISK", {"x"}), 1);
+  EXPECT_EQ(set("disk", {"y"}), 1);
+  EXPECT_EQ(values_of("Disk"), (Strings{"y", "x"}));
+  EXPECT_EQ(create_property("dIsK", 0, 0, 0), -1);
+  EXPECT_EQ(values_of("DISK_"), Strings{});
+  relate("Q", "q", "disk", "x");
+  EXPECT_EQ(links_of("q", "q"), (Pairs{{"DISK", "x"}})) << "the first spelling stays";
+}
+
+TEST_F(Store, EmptyArrays) {
+  EXPECT_EQ(set("P", {}), 0);
+  EXPECT_EQ(erase("P", {}), 0) << "nothing is asked";
+  EXPECT_EQ(destroy_property("P"), -1);
+  EXPECT_EQ(set_ts("P", {}), 0) << "but this makes the property";
+  EXPECT_EQ(values_of("P"), Strings{});
+  const char *const none[] = {nullptr};
+  EXPECT_EQ(delete_property_ts("P", none), 0) << "and this removes one without values";
+  EXPECT_EQ(delete_property_ts("P", none), -1);
+}
+
+TEST_F(Store, PlainTextThatIsNoValueIsRefused) {
+  EXPECT_EQ(set("P", {longest}), 1);
+  EXPECT_EQ(set("P", {"a", too_long, "b"}), -1);
+  EXPECT_EQ(values_of("P"), (Strings{longest, "a"})) << "one by one, until one fails";
+  EXPECT_EQ(set_ts("Q", {"a", too_long}), -1);
+  EXPECT_EQ(destroy_property("Q"), -1) << "all or nothing";
+  EXPECT_EQ(erase("P", {too_long}), -1);
+  const char **array = nullptr;
+  EXPECT_EQ(set_asso("P", too_long.c_str(), "Q", "y"), -1);
+  EXPECT_EQ(delete_asso("P", "a", "Q", too_long.c_str()), -1);
+  EXPECT_EQ(get_asso("DISK", too_long.c_str(), &array, &array), -1);
+  EXPECT_EQ(get_asso_val("DISK", too_long.c_str(), "P", &array), -1);
+  EXPECT_EQ(select_asso_val("P", too_long.c_str(), 0, "P", &array), -1);
+}
+
+TEST_F(Store, DeletionTakesLinksAlongAndThePropertyWithItsLastValue) {
+  ASSERT_EQ(set("P", {"a", "b", "c"}), 3);
+  relate("P", "b", "Q", "y");
+  relate("P", "b", "R", "z");
+  relate("P", "c", "Q", "y");
+  EXPECT_EQ(erase("p", {"b", "none"}), 0);
+  EXPECT_EQ(values_of("P"), (Strings{"c", "a"}));
+  EXPECT_EQ(links_of("Q", "y"), (Pairs{{"P", "c"}}));
+  EXPECT_EQ(links_of("R", "z"), Pairs{});
+  EXPECT_EQ(erase("P", {"a", "c", "a"}), -1) << "the property went with c";
+  EXPECT_EQ(destroy_property("P"), -1);
+  EXPECT_EQ(links_of("Q", "y"), Pairs{});
+  ASSERT_EQ(set("P", {"a", "b"}), 2);
+  const Strings both = {typed("b"), "a"};
+  EXPECT_EQ(delete_property_ts("P", pointers(both).data()), 0);
+  EXPECT_EQ(destroy_property("P"), -1);
+  relate("P", "a", "Q", "y");
+  EXPECT_EQ(destroy_property("q"), 0);
+  EXPECT_EQ(links_of("P", "a"), Pairs{});
+  EXPECT_EQ(destroy_property("Q"), -1);
+}
+
+TEST_F(Store, CreatedPropertiesKeepWhatTheyAreGiven) {
+  const std::vector<int> widths = {0, 0, 2, 2, 4, 4, 4, 4, 0, 0};
+  for (int type = 0; type < 10; ++type) {
+    const std::string name = "T" + std::to_string(type);
+    ASSERT_EQ(create_property(name.c_str(), type, 0xFFFF'FFFF, 7), 0);
+    EXPECT_EQ(values_of(name), Strings{});
+    ASSERT_EQ(set(name, {"v"}), 1);
+    const kzddl::pnode *node = property_node(name);
+    EXPECT_EQ(node->type, type);
+    EXPECT_EQ(node->width, widths[type]) << type;
+    EXPECT_EQ(node->attr1, 0xFFFF'FFFF);
+    EXPECT_EQ(node->attr2, 7u);
+  }
+}
+
+TEST_F(Store, OpsTableIsAskedForEachNewNode) {
+  static std::string asked;
+  static std::int32_t levels = 1;
+  ddl_prop_table ops = {
+      [](const char *name) { return asked += name, std::int32_t{42}; },
+      [](std::int32_t conv) { return asked += ":v" + std::to_string(conv), levels; },
+      [](std::int32_t conv) { return asked += ":a" + std::to_string(conv), levels; },
+  };
+  ASSERT_EQ(set("gone", {"x"}), 1);
+  init_property_list(&ops);
+  EXPECT_EQ(ddl_prop_ops, &ops);
+  EXPECT_EQ(values_of("gone"), Strings{}) << "a new database is empty";
+  EXPECT_EQ(set("P", {"x", "x"}), 2);
+  EXPECT_EQ(asked, "P:v42:a42");
+  levels = 33;
+  EXPECT_EQ(set("P", {"y"}), 1) << "a value that cannot be made is left out";
+  EXPECT_EQ(values_of("P"), Strings{"x"});
+  EXPECT_EQ(set("Q", {"y"}), -1);
+  EXPECT_EQ(create_property("Q", 0, 0, 0), -1);
+  init_property_list(nullptr);
+  EXPECT_EQ(ddl_prop_ops, &ddl_prop_def_ops);
+}
+
+TEST_F(Store, PrintsEverythingInDescendingOrder) {
+  relate("beta", "b1", "Alpha", "a1");
+  relate("beta", "b1", "Alpha", "a2");
+  relate("beta", "b2", "gamma", "g");
+  ASSERT_EQ(create_property("empty", 0, 0, 0), 0);
+  LogCapture log;
+  print_property_list();
+  EXPECT_EQ(log.text(),
+            "Property List\n"
+            "prop = gamma val = 1\n"
+            "\tval = g asso = 1 \n"
+            "\t\tassociate = beta value = b2\n"
+            "prop = empty val = 0\n"
+            "prop = beta val = 2\n"
+            "\tval = b2 asso = 1 \n"
+            "\t\tassociate = gamma value = g\n"
+            "\tval = b1 asso = 2 \n"
+            "\t\tassociate = Alpha value = a2\n"
+            "\t\tassociate = Alpha value = a1\n"
+            "prop = Alpha val = 2\n"
+            "\tval = a2 asso = 1 \n"
+            "\t\tassociate = beta value = b1\n"
+            "\tval = a1 asso = 1 \n"
+            "\t\tassociate = beta value = b1\n"
+            "End of Property List\n");
+  LogCapture structure;
+  print_list();
+  const std::string text = structure.text();
+  EXPECT_EQ(text.find("Property List\nLevel 4 list\n"), 0u);
+  EXPECT_NE(text.find("Level 0 list\n"
+                      "\tElement = 0 Value = Alpha\n"
+                      "\tElement = 1 Value = beta\n"
+                      "\tElement = 2 Value = empty\n"
+                      "\tElement = 3 Value = gamma\n"
+                      "End of Property List\n"),
+            std::string::npos);
+}
+
+TEST_F(Store, LookUpsAndStoredNodesCostOneAllocationBesidesTheirLists) {
+  const Strings many(100, "v");
+  ASSERT_EQ(set("P", {"a", "b", "c"}), 3);
+  const char **array = nullptr;
+  {
+    CountMalloc counter;
+    EXPECT_EQ(get_property("P", &array), 3);
+    EXPECT_EQ(counter.count(), 1);
+  }
+  take(3, array);
+  CountMalloc counter;
+  ASSERT_EQ(set("P", {"d"}), 1);
+  EXPECT_EQ(counter.count(), 1 + 1 + 1) << "value node, its list, the node in the property's list";
+}
+
+/// Runs `operation` with its first allocation failing, then its second, and so on, each time
+/// on what `prepare` makes; `check` sees the result of each.
+template <class Prepare, class Operation, class Check>
+void fail_each_allocation(Prepare prepare, Operation operation, Check check) {
+  bool failed = true;
+  int failures = 0;
+  for (int n = 1; failed; ++n) {
+    init_property_list(nullptr);
+    prepare();
+    int result;
+    {
+      FailMalloc fail(n);
+      result = operation();
+      failed = fail.happened();
+    }
+    if (failed) check(result, n);
+    failures += failed;
+  }
+  EXPECT_GT(failures, 0);
+}
+
+TEST_F(Store, WithoutMemoryAPropertyIsMadeWholeOrNotAtAll) {
+  const auto nothing = [] {};
+  fail_each_allocation(
+      nothing, [] { return create_property("P", 0, 0, 0); },
+      [](int result, int) {
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(destroy_property("P"), -1);
+      });
+  fail_each_allocation(
+      nothing,
+      [] {
+        return set_ts("P", {"x", "y"});
+      },
+      [](int result, int n) {
+        const bool property_made = n > 3;  // its node, its list, its place in the root
+        EXPECT_EQ(result, property_made ? 2 : -1) << n;
+        EXPECT_EQ(destroy_property("P"), property_made ? 0 : -1) << n;
+      });
+}
+
+TEST_F(Store, WithoutMemoryAValueIsLeftOut) {
+  fail_each_allocation(
+      [] { ASSERT_EQ(set("P", {"w"}), 1); },
+      [] {
+        return set_ts("P", {"x", "y"});
+      },
+      [](int result, int n) {
+        EXPECT_EQ(result, 2);
+        EXPECT_EQ(values_of("P"), n <= 3 ? (Strings{"y", "w"}) : (Strings{"x", "w"})) << n;
+      });
+}
+
+TEST_F(Store, WithoutMemoryForAnIndexAPropertyStillHoldsItsValues) {
+  Strings values;
+  for (char c = 'h'; c >= 'A'; --c)
+    values.push_back({c});
+  ASSERT_EQ(set_ts("P", {}), 0);
+  for (const std::string &value : values) {
+    FailMalloc fail(4);  // after the value node, its list, and its place in the property's list
+    ASSERT_EQ(set("P", {value}), 1);
+  }
+  EXPECT_EQ(values_of("P"), values);
+  EXPECT_EQ(erase("P", {values.begin() + 1, values.end()}), 0);
+  EXPECT_EQ(values_of("P"), Strings{values.front()});
+}
+
+TEST_F(Store, WithoutMemoryALookUpFindsNothing) {
+  const char *untouched[] = {"untouched"};
+  const char **array = untouched;
+  fail_each_allocation([] { ASSERT_EQ(set("P", {"x"}), 1); },
+                       [&array] { return get_property("P", &array); },
+                       [&](int result, int) {
+                         EXPECT_EQ(result, 0);
+                         EXPECT_EQ(array, untouched);
+                       });
+  take(1, array);
+}
+
+TEST_F(Store, DeletionNeedsNoMemory) {
+  relate("P", "x", "Q", "y");
+  relate("P", "x", "Q", "z");
+  ASSERT_EQ(set("P", {"w"}), 1);
+  CountMalloc counter;
+  EXPECT_EQ(erase("P", {"x"}), 0);
+  EXPECT_EQ(destroy_property("P"), 0);
+  EXPECT_EQ(counter.count(), 0);
+}
+
+TEST_F(Store, WrongCountersStopTheProcess) {
+  relate("P", "x", "Q", "y");
+  const char **array = nullptr;
+  const int n = get_property_ts("P", &array);
+  kzddl::vnode *value = value_node(take(n, array)[0]);
+  kzddl::pnode *property = property_node("P");
+
+  ++property->nval;
+  EXPECT_DEATH(get_property_ts("P", &array), "ddlproperty.cpp.*`pnode->nval == num_elements'");
+  EXPECT_DEATH(destroy_property("P"), "ddlproperty.cpp.*`n == pnode->nval'");
+  EXPECT_DEATH(print_property_list(), "ddlproperty.cpp.*`valn == pnode->nval'");
+  property->nval = 0;
+  EXPECT_DEATH(get_property_ts("P", &array), "`pnode->nval == num_elements'");
+  property->nval = 1;
+  ++value->nasso;
+  EXPECT_DEATH(links_of("P", "x"), "ddlproperty_asso.cpp.*`num_elements == vnode->nasso'");
+  EXPECT_DEATH(erase("P", {"x"}), "ddlproperty.cpp.*`num_elements == vnode->nasso'");
+  EXPECT_DEATH(print_property_list(), "ddlproperty.cpp.*`asson == vnode->nasso'");
+  --value->nasso;
+}
+
+}  // namespace
