@@ -1,13 +1,33 @@
 # The shared library: the C library and POSIX threads alone at run time.
 add_library(kzddl SHARED
+  misc/kzgeom.cpp
+  misc/kzmisc_geometry.cpp
   misc/kzmisc_identity.cpp
   misc/kzmisc_log.cpp
   misc/kzmisc_text.cpp
+  misc/solgeom.cpp
+  nv/ddl_name_value_api.cpp
+  nv/ddlts.cpp
+  property/ddlproperty.cpp
+  property/ddlproperty_asso.cpp
+  property/ddlproperty_dynamic.cpp
   property/ddlproperty_sys.cpp
+  property/ddlskiplist.cpp
+  property/value_index.cpp
+  scsi/ddlalua.cpp
+  scsi/kzdiskio.cpp
+  scsi/kzecopy.cpp
+  scsi/kzecopy_oper.cpp
   scsi/kzinquiry.cpp
   scsi/kzmisc_sys.cpp
+  scsi/kzmodeselect.cpp
+  scsi/kzmodesense.cpp
+  scsi/kzpgr.cpp
+  scsi/kzreadcap.cpp
+  scsi/kzrtpg.cpp
   scsi/kzscsi.cpp
   scsi/kzscsilib.cpp
+  scsi/kzstpg.cpp
   scsi/kztur.cpp
 )
 add_library(kzddl::kzddl ALIAS kzddl)

@@ -6,10 +6,8 @@
 //     if (ddl_is_arch_ia64() == 1) return inquiry_old(...);   // the legacy twin
 //     const Route route(generation, *path, flags);            // opens the node, if any
 //     if (!route) return errno;
-//     Buffer data = zeroed_buffer(size);                      // after the open
-//     if (data == nullptr) return ENOMEM;
-//     SgRequest request(cdb, Transfer::from_device(...));
-//     if (const int error = command_result(route.outcome(request)); error != 0) return error;
+//     Buffer data;                                            // allocated after the open
+//     if (const int error = read_data(route, cdb, size, data); error != 0) return error;
 //     ... hand the data over ...
 //   }
 //
@@ -27,13 +25,13 @@ namespace kzddl {
 
 /// Runs `variant` for the generation in force.
 template <class Variant>
-int dispatch(const Variant &variant) {
+auto dispatch(const Variant &variant) {
   return variant(current_generation());
 }
 
 /// The same with the version mutex held across the whole command, if the host asks for it.
 template <class Variant>
-int dispatch_locked(const Variant &variant) {
+auto dispatch_locked(const Variant &variant) {
   const MutexGuard version(is_scsi_version_lock_needed() != 0 ? &ddlproperty_scsi_version_mutex
                                                               : nullptr);
   return variant(current_generation());
@@ -44,6 +42,23 @@ int dispatch_locked(const Variant &variant) {
 inline int command_result(int outcome) {
   if (outcome == 0) return 0;
   return outcome < 0 ? errno : -outcome;
+}
+
+/// Sends a command and fills `data`, made of `size` zero bytes, with what the device answers.
+inline int read_data(const Route &route, std::span<const std::uint8_t> cdb, std::uint32_t size,
+                     Buffer &data) {
+  data = zeroed_buffer(size);
+  if (data == nullptr) return ENOMEM;
+  SgRequest request(cdb, Transfer::from_device(data.get(), size));
+  return command_result(route.outcome(request));
+}
+
+/// The same by the legacy request: `out_length` bytes come back in its reply.
+inline int read_legacy(const Route &route, std::span<const std::uint8_t> cdb,
+                       std::uint32_t out_length, LegacyRequest &request) {
+  if (!request) return ENOMEM;
+  request.prepare(cdb, 0, out_length);
+  return command_result(route.send(request));
 }
 
 }  // namespace kzddl

@@ -30,17 +30,17 @@ int inquiry_old(Generation generation, const odh &path, int evpd, int page, int 
   if (!route) return errno;
   *len = data_size;
   LegacyRequest request(LegacyRequest::header_size + data_size);
-  if (!request) return ENOMEM;
-  request.prepare(inquiry_cdb(evpd, page), 0, data_size);
-  if (const int error = command_result(route.send(request)); error != 0) return error;
+  if (const int error = read_legacy(route, inquiry_cdb(evpd, page), data_size, request);
+      error != 0) {
+    return error;
+  }
 
   const int header_length = evpd == 0 ? 5 : 4;
   *len = announced_length(request.reply(), evpd);
   if (*len == header_length) return -1;
   *len = std::min(*len, data_size);
-  Buffer data = zeroed_buffer(data_size);
+  Buffer data = duplicate(request.reply(), data_size);
   if (data == nullptr) return ENOMEM;
-  std::memcpy(data.get(), request.reply(), data_size);
   *buf = data.release();
   return 0;
 }
@@ -55,11 +55,10 @@ int inquiry(Generation generation, const odh &path, int evpd, int page, int ofla
                     {.direct = oflags, .indirect = static_cast<unsigned>(oflags)});
   if (!route) return errno;
   *len = 0;
-  Buffer data = zeroed_buffer(data_size);
-  if (data == nullptr) return ENOMEM;
-  const Cdb<6> cdb = inquiry_cdb(evpd, page);
-  SgRequest request(cdb, Transfer::from_device(data.get(), data_size));
-  if (const int error = command_result(route.outcome(request)); error != 0) return error;
+  Buffer data;
+  if (const int error = read_data(route, inquiry_cdb(evpd, page), data_size, data); error != 0) {
+    return error;
+  }
 
   *len = std::min(announced_length(data.get(), evpd), data_size);
   *buf = data.release();
@@ -79,10 +78,9 @@ bool find_cached(int *len, unsigned char **buf) {
     return false;
   }
   if (length < 0) return false;  // no buffer of that length can be had
-  Buffer copy(static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(length))));
+  Buffer copy = duplicate(cached, static_cast<std::size_t>(length));
   if (copy == nullptr) return false;
   *len = length;
-  copy_bytes(copy.get(), cached, static_cast<std::size_t>(length));
   *buf = copy.release();
   return true;
 }

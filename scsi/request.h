@@ -4,6 +4,7 @@
 
 #include <scsi/sg.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -76,11 +77,12 @@ class LegacyRequest {
  public:
   static constexpr std::size_t header_size = 8;
 
-  /// Takes `size` bytes for the whole buffer. A size that memory cannot hold counts as
-  /// memory being short.
-  explicit LegacyRequest(std::uint64_t size) : size_(size) {
-    if (size <= std::numeric_limits<std::size_t>::max() / 2) {
-      block_.reset(static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(size))));
+  /// Takes `size` bytes for the whole buffer, and at least what the kernel writes of its own
+  /// accord: 16 bytes of sense data, whatever the lengths say. A size that memory cannot hold
+  /// counts as memory being short.
+  explicit LegacyRequest(std::uint64_t size) : size_(std::max(size, min_size)) {
+    if (size_ <= std::numeric_limits<std::size_t>::max() / 2) {
+      block_.reset(static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(size_))));
     }
   }
 
@@ -106,6 +108,8 @@ class LegacyRequest {
   void *argument() { return block_.get(); }
 
  private:
+  static constexpr std::uint64_t min_size = header_size + 16;
+
   std::uint64_t size_;
   Buffer block_;
   std::uint8_t *sent_ = nullptr;
