@@ -2,7 +2,11 @@
 
 #include <sys/sysmacros.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "base/bytes.h"
+#include "sim/disk.h"
 
 namespace sim {
 namespace {
@@ -24,6 +28,18 @@ constexpr char devices[] =
     "  8 sd\n"
     "252 kz\n";
 
+/// A disk's size in units of 1024 bytes, as the kernel learns it; 0 when it does not answer.
+std::uint64_t size_of(const PathSpec &path) {
+  Bytes cdb(cdb_room);
+  cdb[0] = opcode::service_action_in_16;
+  cdb[1] = 0x10;  // READ CAPACITY(16)
+  cdb[13] = 32;
+  const Reply reply = path.device->execute({.cdb = cdb, .initiator = path.initiator}, path.port);
+  if (reply.status != status::good || reply.data.size() < 12) return 0;
+  const std::uint64_t blocks = kzddl::load_be64(&reply.data[0]) + 1;
+  return blocks * (kzddl::load_be32(&reply.data[8]) / 512) / 2;
+}
+
 /// The block nodes of disks, as the kernel lists them.
 std::string partitions(const std::vector<UnitSpec> &units) {
   const std::string directory = "/dev/";
@@ -31,8 +47,8 @@ std::string partitions(const std::vector<UnitSpec> &units) {
   for (const UnitSpec &unit : units) {
     for (const PathSpec &path : unit.paths) {
       if (path.kind != NodeKind::block || !path.node.starts_with(directory)) continue;
-      text += std::to_string(major(path.number)) + " " + std::to_string(minor(path.number)) +
-              " 0 " + path.node.substr(directory.size()) + "\n";
+      text += std::to_string(major(path.number)) + " " + std::to_string(minor(path.number)) + " " +
+              std::to_string(size_of(path)) + " " + path.node.substr(directory.size()) + "\n";
     }
   }
   return text;
@@ -57,18 +73,29 @@ void install(Host &host, const std::vector<UnitSpec> &units, const std::string &
   unsigned multipath_minor = 0;
   for (const UnitSpec &unit : units) {
     for (const PathSpec &path : unit.paths) {
-      host.add({path.node, path.number, path.kind, path.device, path.port});
+      host.add({path.node, path.number, path.kind, path.device, path.port, path.initiator});
     }
     if (unit.multipath.empty() || unit.paths.empty()) continue;
-    const PathSpec &best = unit.paths.front();
+    const PathSpec &best = unit.paths.at(unit.best_path);
     host.add({std::string(block_directory) + "/" + unit.multipath,
               makedev(multipath_block_major, multipath_minor), NodeKind::block, best.device,
-              best.port});
+              best.port, best.initiator});
     host.add({std::string(raw_directory) + "/" + unit.multipath,
               makedev(multipath_raw_major, multipath_minor), NodeKind::character, best.device,
-              best.port});
+              best.port, best.initiator});
     ++multipath_minor;
   }
+}
+
+std::size_t best_path(const std::vector<PathSpec> &paths,
+                      const std::vector<TargetPortGroup> &groups) {
+  /// Lower is better.
+  const auto rank = [&groups](const PathSpec &path) {
+    const auto group = std::ranges::find(groups, path.port.group, &TargetPortGroup::id);
+    return group == groups.end() ? std::pair(AccessState::active_optimized, true)
+                                 : std::pair(group->state, !group->preferred);
+  };
+  return static_cast<std::size_t>(std::ranges::min_element(paths, {}, rank) - paths.begin());
 }
 
 std::vector<UnitSpec> demo_array() {
@@ -82,19 +109,33 @@ std::vector<UnitSpec> demo_array() {
   std::vector<UnitSpec> units;
   for (unsigned unit = 0; unit < unit_count; ++unit) {
     DiskSpec disk{.serial = "KZ-DEMO-0001", .naa = demo_identifier(unit)};
-    if (unit == unit_count - 1) disk.not_ready = format_in_progress;
-    const auto device = std::make_shared<Disk>(std::move(disk));
+    if (unit == 1) disk.blocks = 8'589'934'592;  // 4 TiB: more than 32 bits can count
+    if (unit == 2) disk.block_size = 4096;
+    if (unit == 3) disk.not_ready = format_in_progress;
+    for (unsigned controller = 0; controller < controllers; ++controller) {
+      // The controllers take turns in owning the units.
+      const bool owns = unit % controllers == controller;
+      disk.groups.push_back(
+          {.id = static_cast<std::uint16_t>(controller + 1),
+           .state = owns ? AccessState::active_optimized : AccessState::active_non_optimized,
+           .preferred = owns});
+    }
+
     UnitSpec &spec = units.emplace_back();
     spec.multipath = "disk" + std::to_string(unit);
     for (unsigned port = 0; port < controllers * ports_each; ++port) {
+      TargetPortGroup &group = disk.groups[port / ports_each];
+      group.ports.push_back(static_cast<std::uint16_t>(port + 1));
       // The kernel finds units port by port.
       const unsigned index = port * unit_count + unit;
       spec.paths.push_back({.node = std::string("/dev/sd") + static_cast<char>('a' + index),
                             .number = makedev(sd_major, sd_minors * index),
-                            .port = {.relative_id = static_cast<std::uint16_t>(port + 1),
-                                     .group = static_cast<std::uint16_t>(port / ports_each + 1)},
-                            .device = device});
+                            .port = {.relative_id = group.ports.back(), .group = group.id}});
     }
+    spec.best_path = best_path(spec.paths, disk.groups);
+    const auto device = std::make_shared<Disk>(std::move(disk));
+    for (PathSpec &path : spec.paths)
+      path.device = device;
   }
   return units;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/disk.h"
+#include "sim/disk_spec.h"
 #include "sim/host.h"
 
 namespace sim {
@@ -19,13 +19,19 @@ struct PathSpec {
   NodeKind kind = NodeKind::block;
   Port port{};
   std::shared_ptr<Device> device;
+  std::string initiator = default_initiator;
 };
 
 /// A logical unit: its paths, and the name of its multipath nodes (none when empty).
 struct UnitSpec {
   std::string multipath;
   std::vector<PathSpec> paths;
+  std::size_t best_path = 0;  ///< what the multipath nodes lead to
 };
+
+/// The first path whose group is in the best access state; of such groups the preferred one.
+std::size_t best_path(const std::vector<PathSpec> &paths,
+                      const std::vector<TargetPortGroup> &groups);
 
 /// Puts the units into `host`, with the control node, multipath nodes and platform files that a
 /// host with the multipath driver has.

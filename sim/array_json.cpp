@@ -2,13 +2,18 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "capture/capture.h"
 #include "sim/array.h"
+#include "sim/disk.h"
+#include "sim/disk_json.h"
+#include "sim/json_value.h"
 #include "sim/replay.h"
 
 namespace sim {
@@ -16,111 +21,20 @@ namespace {
 
 using nlohmann::json;
 
-/// A value of the file and where it stands (a JSON pointer).
-class Value {
- public:
-  Value(const json &value, std::string place) : value_(value), place_(std::move(place)) {}
-
-  [[noreturn]] void fail(const std::string &what) const {
-    throw ArrayError((place_.empty() ? "/" : place_) + ": " + what);
+/// Puts the path's port into its group.
+void join_group(std::vector<TargetPortGroup> &groups, const Port &port, const Value &path) {
+  if (groups.empty()) return;
+  const std::string id = std::to_string(port.group);
+  const auto own = std::ranges::find(groups, port.group, &TargetPortGroup::id);
+  if (own == groups.end()) path.fail("the unit has no target port group " + id);
+  for (const TargetPortGroup &group : groups) {
+    if (std::ranges::find(group.ports, port.relative_id) == group.ports.end()) continue;
+    if (&group == &*own) return;
+    path.fail("port " + std::to_string(port.relative_id) + " is in group " +
+              std::to_string(group.id) + " on another path, in group " + id + " here");
   }
-
-  /// Requires an object with no other keys than these: a mistyped key is a mistake, not a default.
-  void require_object(std::initializer_list<const char *> keys) const {
-    if (!value_.is_object()) fail("expected an object");
-    for (const auto &[key, unused] : value_.items()) {
-      if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-        fail("unknown key \"" + key + "\"");
-      }
-    }
-  }
-
-  bool has(const char *key) const { return value_.contains(key); }
-
-  Value at(const char *key) const {
-    if (!has(key)) fail(std::string("\"") + key + "\" is missing");
-    return {value_.at(key), place_ + "/" + key};
-  }
-
-  std::vector<Value> list() const {
-    if (!value_.is_array() || value_.empty()) fail("expected a list that is not empty");
-    std::vector<Value> values;
-    for (std::size_t i = 0; i < value_.size(); ++i) {
-      values.emplace_back(value_[i], place_ + "/" + std::to_string(i));
-    }
-    return values;
-  }
-
-  std::string text() const {
-    if (!value_.is_string()) fail("expected text");
-    return value_.get<std::string>();
-  }
-
-  std::string text(std::size_t longest) const {
-    std::string result = text();
-    if (result.size() > longest) {
-      fail("at most " + std::to_string(longest) + " characters");
-    }
-    return result;
-  }
-
-  std::uint16_t number16() const {
-    if (!value_.is_number_unsigned() || value_.get<std::uint64_t>() > 0xFFFF) {
-      fail("expected a whole number from 0 to 65535");
-    }
-    return value_.get<std::uint16_t>();
-  }
-
-  /// Two numbers in text, as in "8:16" or (hexadecimal) "04/0B".
-  std::pair<unsigned, unsigned> pair(char separator, int base, unsigned largest) const {
-    const std::string content = text();
-    const char *start = content.c_str();
-    char *end = nullptr;
-    const unsigned long first = std::strtoul(start, &end, base);
-    if (end != start && *end == separator) {
-      const char *second_start = end + 1;
-      const unsigned long second = std::strtoul(second_start, &end, base);
-      if (end != second_start && *end == '\0' && first <= largest && second <= largest) {
-        return {static_cast<unsigned>(first), static_cast<unsigned>(second)};
-      }
-    }
-    fail(std::string("expected two ") + (base == 16 ? "hexadecimal " : "") + "numbers with \"" +
-         separator + "\" between them");
-  }
-
- private:
-  const json &value_;
-  std::string place_;
-};
-
-template <class Field>
-void set_text(Field &field, const Value &unit, const char *key, std::size_t longest) {
-  if (unit.has(key)) field = unit.at(key).text(longest);
-}
-
-Bytes identifier(const Value &value) {
-  Bytes naa;
-  try {
-    naa = capture::parse_hex(value.text());
-  } catch (const capture::Error &error) {
-    value.fail(error.what());
-  }
-  if (naa.size() != 8 && naa.size() != 16) value.fail("an NAA identifier has 8 or 16 bytes");
-  return naa;
-}
-
-std::shared_ptr<Device> read_disk(const Value &unit) {
-  DiskSpec spec;
-  set_text(spec.vendor, unit, "vendor", 8);
-  set_text(spec.product, unit, "product", 16);
-  set_text(spec.revision, unit, "revision", 4);
-  set_text(spec.serial, unit, "serial", 128);
-  if (unit.has("naa")) spec.naa = identifier(unit.at("naa"));
-  if (unit.has("not_ready")) {
-    const auto [asc, ascq] = unit.at("not_ready").pair('/', 16, 0xFF);
-    spec.not_ready = Sense{0x02, static_cast<std::uint8_t>(asc), static_cast<std::uint8_t>(ascq)};
-  }
-  return std::make_shared<Disk>(std::move(spec));
+  if (own->ports.size() == 255) path.fail("a target port group has at most 255 ports");
+  own->ports.push_back(port.relative_id);
 }
 
 std::shared_ptr<Device> read_replay(const Value &value, const std::filesystem::path &folder) {
@@ -131,37 +45,41 @@ std::shared_ptr<Device> read_replay(const Value &value, const std::filesystem::p
   }
 }
 
-PathSpec read_path(const Value &value, const std::filesystem::path &folder,
-                   const std::shared_ptr<Device> &disk) {
-  value.require_object({"node", "device", "kind", "port", "group", "replay"});
-  PathSpec path{.node = value.at("node").text(255), .device = disk};
+/// A path without its device, unless captured replies answer on it.
+PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
+  value.require_object({"node", "device", "kind", "port", "group", "initiator", "replay"});
+  PathSpec path{.node = value.at("node").text(255)};
   if (!path.node.starts_with("/")) value.at("node").fail("expected an absolute name");
   const auto [major, minor] = value.at("device").pair(':', 10, 0xFFFFF);
   path.number = makedev(major, minor);
   if (value.has("kind")) {
-    const std::string kind = value.at("kind").text();
-    if (kind != "block" && kind != "character") {
-      value.at("kind").fail("expected \"block\" or \"character\"");
-    }
-    path.kind = kind == "block" ? NodeKind::block : NodeKind::character;
+    path.kind = static_cast<NodeKind>(value.at("kind").choice({"block", "character"}));
   }
-  if (value.has("port")) path.port.relative_id = value.at("port").number16();
-  if (value.has("group")) path.port.group = value.at("group").number16();
+  value.read("port", path.port.relative_id);
+  value.read("group", path.port.group);
+  value.read("initiator", path.initiator, 64);
   if (value.has("replay")) path.device = read_replay(value.at("replay"), folder);
   return path;
 }
 
 UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
-  value.require_object(
-      {"vendor", "product", "revision", "serial", "naa", "not_ready", "multipath", "paths"});
+  value.require_object({"vendor", "product", "revision", "serial", "naa", "not_ready", "blocks",
+                        "block_size", "geometry", "answers_page_0", "copy", "groups", "multipath",
+                        "paths"});
   UnitSpec unit;
-  set_text(unit.multipath, value, "multipath", 128);
+  value.read("multipath", unit.multipath, 128);
   if (unit.multipath.find('/') != std::string::npos) {
     value.at("multipath").fail("expected a name without \"/\"");
   }
-  const std::shared_ptr<Device> disk = read_disk(value);
-  for (const Value &path : value.at("paths").list()) {
-    unit.paths.push_back(read_path(path, folder, disk));
+  DiskSpec spec = read_disk(value);
+  for (const Value &each : value.at("paths").list()) {
+    const PathSpec &path = unit.paths.emplace_back(read_path(each, folder));
+    if (path.device == nullptr) join_group(spec.groups, path.port, each);
+  }
+  unit.best_path = best_path(unit.paths, spec.groups);
+  const auto disk = std::make_shared<Disk>(std::move(spec));
+  for (PathSpec &path : unit.paths) {
+    if (path.device == nullptr) path.device = disk;
   }
   return unit;
 }
@@ -195,7 +113,7 @@ void install_file(Host &host, const std::string &file) {
     const Value root(document, "");
     root.require_object({"machine", "units"});
     std::string machine = "x86_64";
-    set_text(machine, root, "machine", 64);
+    root.read("machine", machine, 64);
     std::vector<UnitSpec> units;
     for (const Value &unit : root.at("units").list()) {
       units.push_back(read_unit(unit, std::filesystem::path(file).parent_path()));

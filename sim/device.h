@@ -1,17 +1,26 @@
 // What stands behind a node: a device that answers SCSI commands.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "sim/scsi.h"
 
 namespace sim {
 
+/// The initiator port of a path that names no other.
+inline constexpr char default_initiator[] = "host0";
+
+/// The shortest CDB buffer that a device is given: the kernel clears what follows a short CDB.
+inline constexpr std::size_t cdb_room = 16;
+
 /// A command as it reaches the device.
 struct Command {
-  std::span<const std::uint8_t> cdb;
+  std::span<const std::uint8_t> cdb;  ///< at least `cdb_room` bytes
   std::span<const std::uint8_t> data_out;
+  std::string initiator = default_initiator;  ///< the initiator port that sent it
 };
 
 /// What the device, the host adapter and the driver answer.
@@ -33,9 +42,19 @@ struct Port {
   std::uint16_t group = 1;
 };
 
+/// An initiator port and a target port: whom a target knows reservations and unit attentions by.
+struct Nexus {
+  std::string initiator;
+  std::uint16_t target_port = 0;
+
+  auto operator<=>(const Nexus &) const = default;
+};
+
 class Device {
  public:
   virtual ~Device() = default;
+  /// A path leads to the device from now on.
+  virtual void connect(const Nexus & /*nexus*/) {}
   /// Answers one command that came in through `port`. May be called from any thread.
   virtual Reply execute(const Command &command, const Port &port) = 0;
 };

@@ -3,112 +3,199 @@
 #include <algorithm>
 
 #include "base/bytes.h"
+#include "sim/copy_parameters.h"
+#include "sim/inquiry.h"
 
 namespace sim {
 namespace {
 
-constexpr std::uint8_t page_supported = 0x00;
-constexpr std::uint8_t page_serial = 0x80;
-constexpr std::uint8_t page_identification = 0x83;
+using kzddl::load_be16;
+using kzddl::load_be32;
+using kzddl::load_be64;
 
-void append_padded(Bytes &data, const std::string &text, std::size_t width) {
-  for (std::size_t i = 0; i < width; ++i) {
-    data.push_back(i < text.size() ? static_cast<std::uint8_t>(text[i]) : ' ');
-  }
+constexpr std::uint8_t service_action_bits = 0x1F;
+constexpr std::uint8_t read_capacity_16_action = 0x10;
+constexpr std::uint8_t operating_parameters_action = 0x03;
+constexpr std::uint8_t target_port_groups_action = 0x0A;
+
+/// What one command may move: all that a READ(10) of 512-byte blocks can ask for.
+constexpr std::uint64_t max_transfer = 32 * 1024 * 1024;
+
+Bytes cut(Bytes data, std::size_t allocation_length) {
+  data.resize(std::min(data.size(), allocation_length));
+  return data;
 }
 
-Bytes vpd_page(std::uint8_t code, const Bytes &body) {
-  Bytes page{0x00, code, static_cast<std::uint8_t>(body.size() >> 8),
-             static_cast<std::uint8_t>(body.size())};
-  page.insert(page.end(), body.begin(), body.end());
-  return page;
+/// The parameter list that a command announces; the initiator may have sent less.
+std::span<const std::uint8_t> parameter_list(const Command &command, std::size_t length) {
+  if (command.data_out.size() < length) refuse(invalid_field_in_cdb);
+  return command.data_out.first(length);
 }
 
-/// Code set, association and designator type as they stand in a descriptor's first bytes.
-struct Designator {
-  std::uint8_t code_set;
-  std::uint8_t association_and_type;
-  Bytes value;
-};
-
-constexpr std::uint8_t binary = 1;
-constexpr std::uint8_t ascii = 2;
-constexpr std::uint8_t target_port = 0x10;
-
-void append(Bytes &body, const Designator &designator) {
-  body.insert(body.end(), {designator.code_set, designator.association_and_type, 0,
-                           static_cast<std::uint8_t>(designator.value.size())});
-  body.insert(body.end(), designator.value.begin(), designator.value.end());
-}
-
-Bytes be32(std::uint32_t value) {
-  Bytes bytes(4);
-  kzddl::store_be32(bytes.data(), value);
-  return bytes;
+void require_service_action(const Command &command, std::uint8_t action) {
+  if ((command.cdb[1] & service_action_bits) != action) refuse(invalid_field_in_cdb);
 }
 
 }  // namespace
 
-Reply Disk::execute(const Command &command, const Port &port) {
-  switch (command.cdb[0]) {
-    case opcode::test_unit_ready:
-      return spec_.not_ready ? Reply::check_condition(*spec_.not_ready) : Reply{};
-    case opcode::inquiry:
-      return inquiry(command, port);
-    default:
-      return Reply::check_condition(invalid_operation_code);
-  }
+Disk::Disk(DiskSpec spec)
+    : spec_(std::move(spec)),
+      storage_(spec_.blocks, spec_.block_size),
+      modes_(spec_),
+      groups_(spec_.groups) {}
+
+void Disk::connect(const Nexus &nexus) {
+  const std::scoped_lock lock(mutex_);
+  attentions_.connect(nexus);
 }
 
-Reply Disk::inquiry(const Command &command, const Port &port) const {
-  const bool vital_product_data = (command.cdb[1] & 1) != 0;
-  const std::uint8_t page = command.cdb[2];
-  Bytes data;
-  if (!vital_product_data) {
-    if (page != 0) return Reply::check_condition(invalid_field_in_cdb);
-    data = standard_data();
-  } else if (page == page_supported) {
-    data = vpd_page(page, supported_pages());
-  } else if (page == page_serial && !spec_.serial.empty()) {
-    data = vpd_page(page, {spec_.serial.begin(), spec_.serial.end()});
-  } else if (page == page_identification) {
-    data = vpd_page(page, identification(port));
+void Disk::reserve_elsewhere(bool reserve) {
+  const Nexus elsewhere{"elsewhere", 0};
+  const std::scoped_lock lock(mutex_);
+  if (reserve) {
+    reservations_.seize(elsewhere, 0x656C736577686572, ReservationType::exclusive_access);
   } else {
-    return Reply::check_condition(invalid_field_in_cdb);
+    reservations_.unregister(elsewhere);
   }
-  const std::size_t allocation_length = kzddl::load_be16(command.cdb.data() + 3);
-  data.resize(std::min(data.size(), allocation_length));
-  return Reply::with(std::move(data));
 }
 
-Bytes Disk::standard_data() const {
-  constexpr std::size_t size = 96;
-  Bytes data{0x00, 0x00, 0x06, 0x12, size - 5, 0x10, 0x00, 0x02};
-  append_padded(data, spec_.vendor, 8);
-  append_padded(data, spec_.product, 16);
-  append_padded(data, spec_.revision, 4);
-  data.resize(size);
+Reply Disk::execute(const Command &command, const Port &port) {
+  const std::scoped_lock lock(mutex_);
+  const Nexus nexus{command.initiator, port.relative_id};
+  attentions_.connect(nexus);
+  try {
+    admit(rule_of(command.cdb[0]), nexus, port);
+    return Reply::with(perform(command, nexus, port));
+  } catch (const Termination &end) {
+    const bool has_sense = end.status == status::check_condition;
+    return {.status = end.status, .sense = has_sense ? format(end.sense) : Bytes{}};
+  }
+}
+
+void Disk::admit(const CommandRule &rule, const Nexus &nexus, const Port &port) {
+  if (rule.tells_unit_attentions) {
+    if (const auto attention = attentions_.take(nexus)) refuse(*attention);
+  }
+  groups_.admit(port.group, rule.access);
+  if (reservations_.refuses(nexus, rule.effect)) refuse_with_conflict();
+  if (rule.needs_ready && spec_.not_ready) refuse(*spec_.not_ready);
+}
+
+Bytes Disk::perform(const Command &command, const Nexus &nexus, const Port &port) {
+  const std::span<const std::uint8_t> cdb = command.cdb;
+  switch (cdb[0]) {
+    case opcode::test_unit_ready:
+      return {};
+    case opcode::request_sense:
+      return request_sense(command, nexus);
+    case opcode::inquiry:
+      return cut(inquiry_data(spec_, cdb, port), load_be16(&cdb[3]));
+    case opcode::mode_sense_6:
+      return cut(modes_.sense(cdb), cdb[4]);
+    case opcode::mode_select_6:
+      if (modes_.select(cdb, parameter_list(command, cdb[4]))) {
+        attentions_.raise_for_others(nexus, mode_parameters_changed);
+      }
+      return {};
+    case opcode::read_capacity_10:
+      return read_capacity_10(command);
+    case opcode::service_action_in_16:
+      require_service_action(command, read_capacity_16_action);
+      return read_capacity_16(command);
+    case opcode::read_10:
+      return read(load_be32(&cdb[2]), load_be16(&cdb[7]));
+    case opcode::read_16:
+      return read(load_be64(&cdb[2]), load_be32(&cdb[10]));
+    case opcode::write_10:
+      write(load_be32(&cdb[2]), load_be16(&cdb[7]), command.data_out);
+      return {};
+    case opcode::write_16:
+      write(load_be64(&cdb[2]), load_be32(&cdb[10]), command.data_out);
+      return {};
+    case opcode::persistent_reserve_in:
+      return cut(reservations_.in(cdb), load_be16(&cdb[7]));
+    case opcode::persistent_reserve_out:
+      persistent_reserve_out(command, nexus);
+      return {};
+    case opcode::maintenance_in:
+      if (groups_.empty()) break;
+      require_service_action(command, target_port_groups_action);
+      return cut(groups_.report(), load_be32(&cdb[6]));
+    case opcode::maintenance_out:
+      if (groups_.empty()) break;
+      set_target_port_groups(command, nexus);
+      return {};
+    case opcode::receive_copy_results:
+      if (spec_.copy != CopyParameters::command) break;
+      require_service_action(command, operating_parameters_action);
+      return cut(copy_operating_parameters(), load_be32(&cdb[10]));
+    default:
+      break;
+  }
+  refuse(invalid_operation_code);
+}
+
+void Disk::persistent_reserve_out(const Command &command, const Nexus &nexus) {
+  const std::uint32_t length = load_be32(&command.cdb[5]);
+  if (length != Reservations::parameter_list_size) refuse(parameter_list_length_error);
+  reservations_.out(command.cdb, parameter_list(command, length), nexus);
+}
+
+void Disk::set_target_port_groups(const Command &command, const Nexus &nexus) {
+  require_service_action(command, target_port_groups_action);
+  if (groups_.set(parameter_list(command, load_be32(&command.cdb[6])))) {
+    attentions_.raise_for_others(nexus, access_state_changed);
+  }
+}
+
+Bytes Disk::request_sense(const Command &command, const Nexus &nexus) {
+  constexpr std::uint8_t descriptor_format = 0x01;
+  const std::optional<Sense> attention = attentions_.take(nexus);
+  const Sense sense = attention ? *attention : spec_.not_ready.value_or(Sense{});
+  const bool descriptor = (command.cdb[1] & descriptor_format) != 0;
+  return cut(descriptor ? sense.descriptor() : sense.fixed(), command.cdb[4]);
+}
+
+Bytes Disk::read_capacity_10(const Command &command) const {
+  constexpr std::uint64_t beyond = 0xFFFFFFFF;  // READ CAPACITY(16) must be asked
+  constexpr std::uint8_t partial_medium = 0x01;
+  const bool has_address = load_be32(&command.cdb[2]) != 0;
+  if (has_address && (command.cdb[8] & partial_medium) == 0) refuse(invalid_field_in_cdb);
+  Bytes data(8);
+  const std::uint64_t last = storage_.blocks() - 1;
+  kzddl::store_be32(&data[0], static_cast<std::uint32_t>(std::min(last, beyond)));
+  kzddl::store_be32(&data[4], storage_.block_size());
   return data;
 }
 
-Bytes Disk::supported_pages() const {
-  Bytes pages{page_supported};
-  if (!spec_.serial.empty()) pages.push_back(page_serial);
-  pages.push_back(page_identification);
-  return pages;
+Bytes Disk::read_capacity_16(const Command &command) const {
+  Bytes data(32);
+  kzddl::store_be64(&data[0], storage_.blocks() - 1);
+  kzddl::store_be32(&data[8], storage_.block_size());
+  return cut(std::move(data), load_be32(&command.cdb[10]));
 }
 
-Bytes Disk::identification(const Port &port) const {
-  Bytes body;
-  if (!spec_.naa.empty()) append(body, {binary, 0x03, spec_.naa});
-  Bytes t10;
-  append_padded(t10, spec_.vendor, 8);
-  append_padded(t10, spec_.product, 16);
-  t10.insert(t10.end(), spec_.serial.begin(), spec_.serial.end());
-  append(body, {ascii, 0x01, t10});
-  append(body, {binary, target_port | 0x04, be32(port.relative_id)});
-  append(body, {binary, target_port | 0x05, be32(port.group)});
-  return body;
+void Disk::require_range(std::uint64_t lba, std::uint32_t count) const {
+  if (!storage_.contains(lba, count)) refuse(lba_out_of_range);
+  if (std::uint64_t{count} * storage_.block_size() > max_transfer) refuse(invalid_field_in_cdb);
+}
+
+Bytes Disk::read(std::uint64_t lba, std::uint32_t count) const {
+  require_range(lba, count);
+  return storage_.read(lba, count);
+}
+
+void Disk::write(std::uint64_t lba, std::uint32_t count, std::span<const std::uint8_t> data) {
+  require_range(lba, count);
+  if (modes_.write_protected()) refuse(software_write_protected);
+  // Nothing came with a request that travelled as a read: targets end it well and write nothing.
+  if (data.empty()) return;
+  if (data.size() != std::size_t{count} * storage_.block_size()) refuse(invalid_field_in_cdb);
+  storage_.write(lba, data);
+}
+
+Bytes Disk::format(const Sense &sense) const {
+  return modes_.descriptor_sense() ? sense.descriptor() : sense.fixed();
 }
 
 }  // namespace sim

@@ -1,35 +1,57 @@
 // A simulated disk: one logical unit with its state, behind any number of paths.
+//
+// Thread safety: every function may be called from any thread; one mutex guards the state, so
+// that commands are carried out one after another.
 #pragma once
 
-#include <optional>
-#include <string>
+#include <mutex>
 
+#include "sim/command_rules.h"
 #include "sim/device.h"
+#include "sim/disk_spec.h"
+#include "sim/mode_pages.h"
+#include "sim/port_groups.h"
+#include "sim/reservations.h"
+#include "sim/storage.h"
+#include "sim/unit_attentions.h"
 
 namespace sim {
 
-struct DiskSpec {
-  std::string vendor = "KZSIM";
-  std::string product = "VIRTUAL DISK";
-  std::string revision = "0100";
-  std::string serial{};            ///< Unit Serial Number page; no such page when empty
-  Bytes naa{};                     ///< NAA designator of 8 or 16 bytes; none when empty
-  std::optional<Sense> not_ready;  ///< why TEST UNIT READY fails
-};
-
 class Disk : public Device {
  public:
-  explicit Disk(DiskSpec spec) : spec_(std::move(spec)) {}
+  explicit Disk(DiskSpec spec);
 
+  void connect(const Nexus &nexus) override;
   Reply execute(const Command &command, const Port &port) override;
 
+  /// Another host, out of sight, takes the disk for itself alone (a persistent reservation of
+  /// type Exclusive Access, whoever held one), or gives it up.
+  void reserve_elsewhere(bool reserve);
+
  private:
-  Reply inquiry(const Command &command, const Port &port) const;
-  Bytes standard_data() const;
-  Bytes supported_pages() const;
-  Bytes identification(const Port &port) const;
+  /// Ends a command that must not be carried out now.
+  void admit(const CommandRule &rule, const Nexus &nexus, const Port &port);
+  Bytes perform(const Command &command, const Nexus &nexus, const Port &port);
+
+  void persistent_reserve_out(const Command &command, const Nexus &nexus);
+  void set_target_port_groups(const Command &command, const Nexus &nexus);
+  Bytes request_sense(const Command &command, const Nexus &nexus);
+  Bytes read_capacity_10(const Command &command) const;
+  Bytes read_capacity_16(const Command &command) const;
+  /// READ and WRITE in their 10- and 16-byte forms.
+  Bytes read(std::uint64_t lba, std::uint32_t count) const;
+  void write(std::uint64_t lba, std::uint32_t count, std::span<const std::uint8_t> data);
+  void require_range(std::uint64_t lba, std::uint32_t count) const;
+  /// Sense data in the format that the control mode page selects.
+  Bytes format(const Sense &sense) const;
 
   const DiskSpec spec_;
+  std::mutex mutex_;
+  Storage storage_;
+  ModePages modes_;
+  UnitAttentions attentions_;
+  Reservations reservations_{attentions_};
+  PortGroups groups_;
 };
 
 }  // namespace sim

@@ -44,6 +44,7 @@ Host &Host::instance() {
 }
 
 void Host::add(Node node) {
+  if (node.device != nullptr) node.device->connect({node.initiator, node.port.relative_id});
   const std::scoped_lock lock(mutex_);
   std::string name = node.name;
   nodes_.insert_or_assign(std::move(name), std::move(node));
@@ -178,7 +179,9 @@ int Host::perform(const std::string &name, unsigned long command, void *argument
 int Host::sg_io(const Node &node, sg_io_hdr &header, Request request) {
   const int direction = header.dxfer_direction;
   const bool to_device = direction == SG_DXFER_TO_DEV || direction == SG_DXFER_TO_FROM_DEV;
-  const bool from_device = direction == SG_DXFER_FROM_DEV || direction == SG_DXFER_TO_FROM_DEV;
+  // An sg node takes a request that names no direction as a read.
+  const bool from_device = direction == SG_DXFER_FROM_DEV || direction == SG_DXFER_TO_FROM_DEV ||
+                           (direction == 0 && node.kind == NodeKind::character);
   if (header.interface_id != 'S' || header.cmd_len == 0 || header.cmd_len > 32) return fail(EINVAL);
   if (header.dxfer_len != 0 && !to_device && !from_device && node.kind == NodeKind::block) {
     return fail(EINVAL);
@@ -254,7 +257,9 @@ std::optional<Reply> Host::answer(const Node &node, const Request &request) {
     return std::nullopt;
   }
   if (fault && fault->reply) return fault->reply;
-  Reply reply = node.device->execute({request.cdb, request.data_out}, node.port);
+  Bytes cdb = request.cdb;
+  cdb.resize(std::max(cdb.size(), cdb_room));
+  Reply reply = node.device->execute({cdb, request.data_out, node.initiator}, node.port);
   if (fault && fault->change) fault->change(reply);
   return reply;
 }

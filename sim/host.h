@@ -37,6 +37,7 @@ struct Node {
   NodeKind kind = NodeKind::block;
   std::shared_ptr<Device> device;
   Port port{};
+  std::string initiator = default_initiator;
 };
 
 /// A request as it reached a device.

@@ -18,13 +18,22 @@ inline constexpr std::uint8_t reservation_conflict = 0x18;
 
 namespace opcode {
 inline constexpr std::uint8_t test_unit_ready = 0x00;
+inline constexpr std::uint8_t request_sense = 0x03;
 inline constexpr std::uint8_t inquiry = 0x12;
+inline constexpr std::uint8_t mode_select_6 = 0x15;
 inline constexpr std::uint8_t mode_sense_6 = 0x1A;
 inline constexpr std::uint8_t read_capacity_10 = 0x25;
+inline constexpr std::uint8_t read_10 = 0x28;
+inline constexpr std::uint8_t write_10 = 0x2A;
 inline constexpr std::uint8_t persistent_reserve_in = 0x5E;
+inline constexpr std::uint8_t persistent_reserve_out = 0x5F;
 inline constexpr std::uint8_t receive_copy_results = 0x84;
+inline constexpr std::uint8_t read_16 = 0x88;
+inline constexpr std::uint8_t write_16 = 0x8A;
 inline constexpr std::uint8_t service_action_in_16 = 0x9E;
+inline constexpr std::uint8_t report_luns = 0xA0;
 inline constexpr std::uint8_t maintenance_in = 0xA3;
+inline constexpr std::uint8_t maintenance_out = 0xA4;
 }  // namespace opcode
 
 /// Sense key, additional sense code and its qualifier.
@@ -43,10 +52,41 @@ struct Sense {
     data[13] = ascq;
     return data;
   }
+
+  /// Descriptor-format sense data without descriptors, 8 bytes.
+  Bytes descriptor() const { return {0x72, key, asc, ascq, 0, 0, 0, 0}; }
+
+  bool operator==(const Sense &) const = default;
 };
 
+inline constexpr Sense target_port_in_standby{0x02, 0x04, 0x0B};
+inline constexpr Sense target_port_unavailable{0x02, 0x04, 0x0C};
+inline constexpr Sense parameter_list_length_error{0x05, 0x1A, 0x00};
 inline constexpr Sense invalid_operation_code{0x05, 0x20, 0x00};
+inline constexpr Sense lba_out_of_range{0x05, 0x21, 0x00};
 inline constexpr Sense invalid_field_in_cdb{0x05, 0x24, 0x00};
+inline constexpr Sense invalid_field_in_parameter_list{0x05, 0x26, 0x00};
+inline constexpr Sense invalid_release{0x05, 0x26, 0x04};
+inline constexpr Sense saving_parameters_not_supported{0x05, 0x39, 0x00};
+inline constexpr Sense mode_parameters_changed{0x06, 0x2A, 0x01};
+inline constexpr Sense reservations_preempted{0x06, 0x2A, 0x03};
+inline constexpr Sense reservations_released{0x06, 0x2A, 0x04};
+inline constexpr Sense registrations_preempted{0x06, 0x2A, 0x05};
+inline constexpr Sense access_state_changed{0x06, 0x2A, 0x06};
+inline constexpr Sense software_write_protected{0x07, 0x27, 0x02};
+
+/// How a command ends that does not end with GOOD. Thrown by the parts of a target; the target
+/// makes it the reply.
+struct Termination {
+  std::uint8_t status = status::check_condition;
+  Sense sense{};
+};
+
+[[noreturn]] inline void refuse(const Sense &sense) { throw Termination{.sense = sense}; }
+
+[[noreturn]] inline void refuse_with_conflict() {
+  throw Termination{.status = status::reservation_conflict};
+}
 
 /// CDB length by the group of the operation code, as the kernel's legacy request takes it.
 inline std::size_t cdb_length(std::uint8_t operation_code) {

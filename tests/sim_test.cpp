@@ -74,6 +74,28 @@ TEST_F(Kernel, DataWithoutADirectionAreRefusedOnABlockNode) {
   }
 }
 
+TEST_F(Kernel, DataWithoutADirectionAreAReadOnAnSgNode) {
+  host.add({.name = node,
+            .number = number,
+            .kind = sim::NodeKind::character,
+            .device = std::make_shared<sim::Disk>(sim::DiskSpec{})});
+  Bytes data(512, 7);
+  unsigned char write[10] = {0x2A, 0, 0, 0, 0, 0, 0, 0, 1, 0};
+  unsigned char read[10] = {0x28, 0, 0, 0, 0, 0, 0, 0, 1, 0};
+  sg_io_hdr header{};
+  header.interface_id = 'S';
+  header.cmd_len = sizeof write;
+  header.dxferp = data.data();
+  header.dxfer_len = 512;
+  const int fd = open_node();
+  for (unsigned char *cdb : {write, read}) {
+    header.cmdp = cdb;
+    EXPECT_EQ(ioctl(fd, SG_IO, &header), 0);
+    EXPECT_EQ(header.status, 0);
+  }
+  EXPECT_EQ(data, Bytes(512)) << "nothing was written";
+}
+
 TEST_F(Kernel, RemovedDevices) {
   const int fd = open_node();
   host.remove(node);
@@ -119,6 +141,27 @@ TEST(Array, MistakesAreReportedWithTheirPlace) {
             "/units: node \"/dev/sda\" is used twice");
   EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8:0"})")),
             "/units: the device number of \"/dev/sdb\" is used twice");
+  const auto disk = [](const std::string &key) {
+    return R"({"units": [{)" + key +
+           R"(, "paths": [{"node": "/dev/sda", "device": "8:0", "port": 2, "group": 3},
+                          {"node": "/dev/sdb", "device": "8:16", "port": 2, "group": 4}]}]})";
+  };
+  EXPECT_EQ(message_of(disk(R"("blocks": 0)")),
+            "/units/0/blocks: expected a whole number from 1 to 18446744073709551615");
+  EXPECT_EQ(message_of(disk(R"("block_size": 520)")), "/units/0/block_size: expected 512 or 4096");
+  EXPECT_EQ(message_of(disk(R"("geometry": true)")), "/units/0/geometry: expected an object");
+  EXPECT_EQ(message_of(disk(R"("geometry": {"heads": 256})")),
+            "/units/0/geometry/heads: expected a whole number from 0 to 255");
+  EXPECT_EQ(message_of(disk(R"("answers_page_0": 1)")),
+            "/units/0/answers_page_0: expected true or false");
+  EXPECT_EQ(message_of(disk(R"("copy": "yes")")),
+            "/units/0/copy: expected \"none\", \"mode page\" or \"command\"");
+  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}, {"id": 3}])")),
+            "/units/0/groups/1/id: another group has this id");
+  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}])")),
+            "/units/0/paths/1: the unit has no target port group 4");
+  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}, {"id": 4}])")),
+            "/units/0/paths/1: port 2 is in group 3 on another path, in group 4 here");
   EXPECT_EQ(message_of(R"({"units": [{"naa": "60 0", "paths": []}]})"),
             "/units/0/naa: line 1, column 4: a byte takes two hexadecimal digits");
   EXPECT_NE(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
