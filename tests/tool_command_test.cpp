@@ -1,0 +1,234 @@
+// What the tool stands on: commands with sense data, their outcomes in words, and discovery.
+#include "support/disk_test.h"
+#include "tools/command.h"
+#include "tools/discovery.h"
+#include "tools/readiness.h"
+
+namespace kzddl_test {
+namespace {
+
+using tool::Device;
+
+std::optional<tool::Sense> parse(const Bytes &data) { return tool::parse_sense(data); }
+
+std::string words(const Bytes &data) {
+  const auto sense = parse(data);
+  return sense ? tool::sense_words(*sense) : "none";
+}
+
+TEST(SenseWords, FormatsAndLengths) {
+  EXPECT_EQ(words(Sense{0x05, 0x24, 0x00}.fixed()), "ILLEGAL REQUEST: INVALID FIELD IN CDB");
+  EXPECT_EQ(words({0xF1, 0, 0xE3, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x11, 0x00}),
+            "deferred MEDIUM ERROR: UNRECOVERED READ ERROR")
+      << "the valid bit and the bits beside the key are not part of them";
+  EXPECT_EQ(words({0x72, 0x02, 0x04, 0x0B, 0, 0, 0, 0}),
+            "NOT READY: LOGICAL UNIT NOT ACCESSIBLE, TARGET PORT IN STANDBY STATE");
+  EXPECT_EQ(words({0x73, 0x06, 0x29}),
+            "deferred UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED")
+      << "a byte that is not there reads as 0";
+  EXPECT_EQ(words({0x70, 0, 0x0B, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x80, 0xFE}),
+            "ABORTED COMMAND: ASC 80 ASCQ FE");
+  EXPECT_EQ(words({0x70, 0}), "none");
+  EXPECT_EQ(words({0x7F, 0, 5, 0}), "none");
+  EXPECT_EQ(words({}), "none");
+}
+
+class ToolCommand : public WayTest {
+ protected:
+  tool::Readiness readiness() {
+    Device device(node);
+    return tool::test_unit_ready(device);
+  }
+};
+class SgToolCommand : public ToolCommand {};
+class LegacyToolCommand : public ToolCommand {};
+INSTANTIATE_TEST_SUITE_P(, SgToolCommand, every_sg_way, way_name);
+INSTANTIATE_TEST_SUITE_P(, LegacyToolCommand, every_legacy_way, way_name);
+
+TEST_P(SgToolCommand, UnitAttentionIsAskedAgainOnce) {
+  answer(Reply::check_condition({0x06, 0x2A, 0x06}), 1);
+  EXPECT_TRUE(readiness().ready);
+  EXPECT_EQ(host.take_requests().size(), 2u);
+
+  answer(Reply::check_condition({0x06, 0x29, 0x00}), 2);
+  EXPECT_EQ(readiness().words(),
+            "not ready: UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED");
+  EXPECT_EQ(host.take_requests().size(), 2u);
+
+  answer(Reply::check_condition({0x02, 0x04, 0x01}), 1);
+  EXPECT_EQ(readiness().words(), "not ready: LOGICAL UNIT IS IN PROCESS OF BECOMING READY");
+  EXPECT_EQ(host.take_requests().size(), 1u) << "only a unit attention ends with its report";
+}
+
+TEST_P(SgToolCommand, EveryOutcomeInWords) {
+  const std::pair<Reply, std::string> cases[] = {
+      {{.status = sim::status::reservation_conflict}, "RESERVATION CONFLICT"},
+      {{.status = sim::status::busy}, "BUSY"},
+      {{.status = 0x5E}, "SCSI status 5Eh"},
+      {{.status = sim::status::check_condition}, "CHECK CONDITION"},
+      {{.host_status = 1}, "no connection to the device"},
+      {{.host_status = 3}, "timed out"},
+      {{.host_status = 0x0E}, "transport disrupted"},
+      {{.host_status = 0x77}, "host or driver status 77h"},
+  };
+  for (const auto &[reply, reason] : cases) {
+    answer(reply, 1);
+    EXPECT_EQ(readiness().reason, reason);
+  }
+}
+
+TEST_P(SgToolCommand, WhatNeverReachesTheDeviceIsAnError) {
+  const auto expect_error = [this](const std::string &reason) {
+    try {
+      readiness();
+      ADD_FAILURE() << "expected: " << reason;
+    } catch (const tool::Error &error) {
+      EXPECT_EQ(error.what(), "ready /dev/sdx: " + reason);
+      EXPECT_EQ(error.exit_status(), 1);
+    }
+  };
+  host.inject(node, {.error = ENODEV});
+  expect_error("No such device");
+  host.fail_open(GetParam().direct() ? node : sim::control_node, EACCES);
+  expect_error(GetParam().direct() ? "Permission denied"
+                                   : "cannot open the control node /dev/kz/joxconfig "
+                                     "(--route direct does without)");
+}
+
+TEST_P(SgToolCommand, DataAndResidual) {
+  Device device(node);
+  const Bytes cdb{0x12, 0, 0, 0, 96, 0};
+  Bytes data(200, 0xEE);
+  const tool::Data in{tool::Data::Direction::from_device, data};
+  const tool::Completion completion = tool::send_command(device, cdb, in, "send");
+  EXPECT_TRUE(completion.ok());
+  EXPECT_EQ(completion.transferred, 96u);
+  EXPECT_EQ(only_request().cdb, cdb);
+
+  const tool::Data out{tool::Data::Direction::to_device, data};
+  tool::send_command(device, Bytes(6), out, "send");
+  EXPECT_EQ(only_request().data_out, data);
+}
+
+TEST_P(LegacyToolCommand, StatusIsAllThereIs) {
+  EXPECT_TRUE(readiness().ready);
+  answer(Reply::check_condition({0x02, 0x04, 0x01}), 1);
+  EXPECT_EQ(readiness().reason, "CHECK CONDITION");
+  answer(Reply{.status = sim::status::reservation_conflict}, 1);
+  EXPECT_EQ(readiness().reason, "RESERVATION CONFLICT");
+  fail_ioctl(EIO);
+  EXPECT_THROW(readiness(), tool::Error);
+}
+
+TEST_P(ToolCommand, FamilyResultsInWords) {
+  EXPECT_EQ(tool::result_words(ENXIO), "No such device or address");
+  if (GetParam().ia64) {
+    EXPECT_EQ(tool::result_words(-2), "CHECK CONDITION");
+    EXPECT_EQ(tool::result_words(-24), "RESERVATION CONFLICT");
+    EXPECT_EQ(tool::result_words(-1), "the device announces no data");
+  } else {
+    EXPECT_EQ(tool::result_words(-9), "CHECK CONDITION");
+    EXPECT_EQ(tool::result_words(-12), "RESERVATION CONFLICT");
+    EXPECT_EQ(tool::result_words(-1), "no connection to the device");
+  }
+  EXPECT_EQ(tool::result_words(-19).starts_with("cannot open the control node"),
+            !GetParam().direct());
+}
+INSTANTIATE_TEST_SUITE_P(, ToolCommand, every_way, way_name);
+
+// --- discovery ---
+
+Bytes page83(const Bytes &body) {
+  Bytes page{0, 0x83, 0, static_cast<std::uint8_t>(body.size())};
+  page.insert(page.end(), body.begin(), body.end());
+  return page;
+}
+
+/// Nodes that are opened themselves, each with a disk of its own.
+class DiscoveryTest : public DiskTest {
+ protected:
+  DiscoveryTest() { kzscsi_set_version("32"); }
+
+  std::string add_disk(sim::DiskSpec spec = {}) {
+    std::string name = "/dev/sdx" + std::to_string(++count_);
+    host.add({.name = name,
+              .number = static_cast<dev_t>(0x800 + count_),
+              .device = std::make_shared<sim::Disk>(std::move(spec))});
+    return name;
+  }
+
+  /// What the disk says to INQUIRY goes through `change` first.
+  void alter_inquiry(const std::string &name, std::function<void(Reply &)> change) {
+    host.inject(name, {.opcode = sim::opcode::inquiry, .times = -1, .change = std::move(change)});
+  }
+
+  std::string add_disk_with_page83(const Bytes &body) {
+    std::string name = add_disk();
+    alter_inquiry(name, [body](Reply &reply) {
+      if (reply.data.size() > 1 && reply.data[1] == 0x83) reply.data = page83(body);
+    });
+    return name;
+  }
+
+ private:
+  int count_ = 0;
+};
+
+TEST_F(DiscoveryTest, OnlyAnIdentifierOfTheUnitJoinsNodes) {
+  const struct {
+    const char *what;
+    Bytes body;
+    std::size_t units;
+  } cases[] = {
+      {"NAA", {1, 0x03, 0, 8, 0x50, 1, 2, 3, 4, 5, 6, 7}, 1},
+      {"NAA of the target port", {1, 0x93, 0, 8, 0x50, 1, 2, 3, 4, 5, 6, 7}, 2},
+      {"relative port", {1, 0x94, 0, 4, 0, 0, 0, 1}, 2},
+      {"unit group", {1, 0x06, 0, 4, 0, 0, 0, 0}, 2},
+      {"none: the node's name", {}, 2},
+  };
+  for (const auto &[what, body, units] : cases) {
+    const std::vector<std::string> nodes = {add_disk_with_page83(body), add_disk_with_page83(body)};
+    EXPECT_EQ(tool::discover(nodes).units.size(), units) << what;
+  }
+}
+
+TEST_F(DiscoveryTest, HostileTextsAreMadeHarmless) {
+  const std::string name =
+      add_disk({.vendor = "A\x1B[31m", .product = "\xC3\xA4\\", .revision = ""});
+  const tool::LogicalUnit unit = tool::discover({name}).units.at(0);
+  EXPECT_EQ(unit.vendor, "A\\x1B[31m");
+  EXPECT_EQ(unit.product, "\\xC3\\xA4\\\\");
+  EXPECT_EQ(unit.revision, "");
+}
+
+TEST_F(DiscoveryTest, DeviceWithoutPagesIsNamedByItsNode) {
+  const std::string name = add_disk({.serial = "S"});
+  alter_inquiry(name, [](Reply &reply) {
+    if (reply.data.size() < 36) reply = Reply::check_condition(sim::invalid_field_in_cdb);
+  });
+  const tool::LogicalUnit unit = tool::discover({name}).units.at(0);
+  EXPECT_EQ(unit.identifier, name);
+  EXPECT_EQ(unit.identifier_kind, KZDDL_NO_DESIGNATOR);
+  EXPECT_EQ(unit.cabinet, "");
+  EXPECT_EQ(unit.vendor, "KZSIM");
+}
+
+TEST_F(DiscoveryTest, WhatDoesNotAnswerIsSetAside) {
+  const std::string dead = add_disk();
+  host.inject(dead, {.times = -1, .reply = Reply{.host_status = 1}});
+  const std::string empty = add_disk();
+  alter_inquiry(empty, [](Reply &reply) { reply.data.at(0) = 0x7F; });
+  const std::string locked = add_disk();
+  host.inject(locked, {.opcode = sim::opcode::test_unit_ready, .error = EIO});
+  const tool::Discovery found = tool::discover({dead, empty, locked, "/dev/sdx99"});
+  ASSERT_EQ(found.unanswered.size(), 3u);
+  EXPECT_EQ(found.unanswered[0].error.what(), "inquiry " + dead + ": no connection to the device");
+  EXPECT_EQ(found.unanswered[1].error.reason(), "there is no logical unit at this address");
+  EXPECT_EQ(found.unanswered[2].error.what(),
+            std::string("stat /dev/sdx99: No such file or directory"));
+  ASSERT_EQ(found.units.size(), 1u);
+  EXPECT_EQ(found.units[0].paths.at(0).readiness.words(), "not ready: Input/output error");
+}
+
+}  // namespace
+}  // namespace kzddl_test

@@ -1,0 +1,63 @@
+// kzddl inquiry: standard inquiry data, or a page of vital product data.
+#include "tools/app.h"
+#include "tools/inquiry.h"
+#include "tools/inquiry_view.h"
+#include "tools/output.h"
+#include "tools/vpd.h"
+
+namespace tool {
+namespace {
+
+struct Options {
+  std::string node;
+  std::optional<std::uint8_t> page;
+  ByteFormat format = ByteFormat::decoded;
+};
+
+std::string subject(const std::optional<std::uint8_t> &page) {
+  return page ? fmt::format("VPD {:02X}", *page) : "standard INQUIRY";
+}
+
+/// A device that knows no pages may answer with something else.
+void require_page(const Device &device, ByteSpan reply, std::uint8_t page) {
+  const std::uint8_t code = VpdPage(reply).code;
+  if (code == page) return;
+  throw Error("inquiry", device.name(),
+              fmt::format("asked for page {:02X}h, the device sent page {:02X}h", page, code));
+}
+
+void run(const Context &context, const Options &options) {
+  Device device(options.node);
+  const std::vector<std::uint8_t> reply = read_inquiry(device, options.page);
+  if (options.format != ByteFormat::decoded) {
+    print_bytes(reply, options.format, subject(options.page) + ", " + device.name());
+    return;
+  }
+  if (options.page) require_page(device, reply, *options.page);
+  View view = options.page ? vpd_view(reply) : standard_inquiry_view(reply);
+  Json json = {{"node", device.name()}};
+  json.update(view.json);
+  context.print({std::move(view.text), std::move(json)});
+}
+
+}  // namespace
+
+Command add_inquiry(CLI::App &app, Context &context) {
+  CLI::App *parser = app.add_subcommand("inquiry", "Show inquiry data or a page of them");
+  const auto options = std::make_shared<Options>();
+  parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
+  add_byte_option(*parser, "--page", "Page of vital product data (standard data without it)",
+                  options->page);
+  add_format_options(*parser, options->format);
+  parser->footer(
+      "Pages 00, 80 and 83 are decoded, others dumped. What --hex or --raw prints can\n"
+      "be saved and decoded later. In page 83 a \"*\" marks the designator that names\n"
+      "the logical unit.\n\n"
+      "Examples:\n"
+      "  kzddl inquiry --route direct /dev/sda\n"
+      "  kzddl --sim inquiry /dev/sda --page 83\n"
+      "  kzddl --sim inquiry /dev/sda --page 83 --hex | kzddl decode vpd83 -");
+  return {parser, [&context, options] { run(context, *options); }};
+}
+
+}  // namespace tool

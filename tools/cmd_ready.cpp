@@ -1,0 +1,47 @@
+// kzddl ready: can devices accept commands?
+#include "tools/app.h"
+#include "tools/readiness.h"
+
+namespace tool {
+namespace {
+
+Json sense_json(const std::optional<Sense> &sense) {
+  if (!sense) return nullptr;
+  return {{"key", sense->key}, {"asc", sense->asc}, {"ascq", sense->ascq}};
+}
+
+View readiness_view(const Device &device, const Readiness &readiness, const Columns &columns) {
+  return {columns.line(Prefix(""), {device.name(), readiness.words()}),
+          {{"node", device.name()},
+           {"ready", readiness.ready},
+           {"reason", readiness.ready ? Json() : Json(readiness.reason)},
+           {"sense", sense_json(readiness.sense)}}};
+}
+
+void run(Context &context, const std::vector<std::string> &nodes) {
+  Columns columns;
+  for (const std::string &node : nodes)
+    columns.measure({escaped(node), ""});
+  context.show_each(nodes, [&](Device &device) {
+    const Readiness readiness = test_unit_ready(device);
+    if (!readiness.ready) context.fail();
+    return readiness_view(device, readiness, columns);
+  });
+}
+
+}  // namespace
+
+Command add_ready(CLI::App &app, Context &context) {
+  CLI::App *parser = app.add_subcommand("ready", "Ask devices whether they can accept commands");
+  const auto nodes = std::make_shared<std::vector<std::string>>();
+  parser->add_option("NODE", *nodes, "Device nodes")->required()->option_text("...");
+  parser->footer(
+      "Sends TEST UNIT READY, again if the first one meets a unit attention.\n"
+      "Exit status 1 when a device is not ready.\n\n"
+      "Examples:\n"
+      "  kzddl ready --route direct /dev/sda /dev/sdb\n"
+      "  kzddl --sim ready /dev/kz/rjox/disk0");
+  return {parser, [&context, nodes] { run(context, *nodes); }};
+}
+
+}  // namespace tool

@@ -1,0 +1,88 @@
+#include "tools/command.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "kzddl/kzscsi.h"
+#include "kzddl/kzscsilib.h"
+#include "tools/error.h"
+
+namespace tool {
+namespace {
+
+constexpr std::int16_t status_not_written = -1;
+
+constexpr char no_control_node[] =
+    "cannot open the control node /dev/kz/joxconfig (--route direct does without)";
+
+bool is_direct() { return std::strcmp(scsi_version, "32") == 0; }
+
+/// Words for a request that never got to the device.
+[[noreturn]] void throw_not_sent(const Device &device, std::string_view operation, int error) {
+  throw Error(operation, device.name(), std::strerror(error));
+}
+
+/// IA-64 reports in the result alone: an errno, or the negated SCSI status.
+Completion legacy_completion(int result, const Data &data) {
+  Completion completion{.status = static_cast<std::uint8_t>(-result),
+                        .combined = static_cast<unsigned>(-result)};
+  if (completion.ok()) completion.transferred = data.bytes.size();
+  return completion;
+}
+
+std::size_t transferred(const uscsi_cmd &request) {
+  const std::int64_t length = request.uscsi_buflen;
+  return static_cast<std::size_t>(
+      std::clamp<std::int64_t>(length - request.uscsi_resid, 0, length));
+}
+
+}  // namespace
+
+std::string Completion::reason() const {
+  if (status == scsi_status::good) return host_status_words(combined);
+  std::string words = scsi_status_words(status);
+  if (sense) words += ", " + sense_words(*sense);
+  return words;
+}
+
+Completion send_command(Device &device, ByteSpan cdb, const Data &data,
+                        std::string_view operation) {
+  std::array<std::uint8_t, 252> sense{};
+  uscsi_cmd request{};
+  request.uscsi_flags = data.direction == Data::Direction::from_device ? USCSI_READ : 0;
+  request.uscsi_status = status_not_written;
+  request.uscsi_cdb = const_cast<std::uint8_t *>(cdb.data());  // only read
+  request.uscsi_cdblen = static_cast<std::uint8_t>(cdb.size());
+  request.uscsi_bufaddr = data.bytes.data();
+  request.uscsi_buflen = static_cast<std::uint32_t>(data.bytes.size());
+  request.uscsi_rqbuf = sense.data();
+  request.uscsi_rqlen = static_cast<std::uint8_t>(sense.size());
+
+  const int result = do_scsi(device.path(), &request);
+  const int error = errno;
+  if (request.uscsi_status == status_not_written) {
+    if (result > 0) throw_not_sent(device, operation, result);
+    return legacy_completion(result, data);
+  }
+  if (result < 0) throw_not_sent(device, operation, error);
+  if (result == ENODEV && !is_direct() && request.uscsi_status == scsi_status::good) {
+    throw Error(operation, device.name(), no_control_node);
+  }
+  const std::size_t sense_size = std::min<std::size_t>(request.uscsi_rqresid, sense.size());
+  return {.status = static_cast<std::uint8_t>(request.uscsi_status),
+          .combined = static_cast<unsigned>(result),
+          .transferred = transferred(request),
+          .sense = parse_sense(ByteSpan(sense).first(sense_size))};
+}
+
+std::string result_words(int result) {
+  if (result > 0) return std::strerror(result);
+  if (result == -ENODEV && !is_direct()) return no_control_node;
+  if (ddl_is_arch_ia64() == 0) return combined_status_words(static_cast<unsigned>(-result));
+  return result == -1 ? "the device announces no data"
+                      : scsi_status_words(static_cast<std::uint8_t>(-result));
+}
+
+}  // namespace tool

@@ -1,0 +1,44 @@
+// Commands to a device: any CDB with its sense data, and the results of the library's own
+// commands in words.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "tools/device.h"
+#include "tools/scsi_words.h"
+#include "tools/text.h"
+
+namespace tool {
+
+/// The data of a command. `bytes` are written to when they come from the device.
+struct Data {
+  enum class Direction { none, from_device, to_device };
+
+  Direction direction = Direction::none;
+  std::span<std::uint8_t> bytes{};
+};
+
+/// How a command that reached the device ended.
+struct Completion {
+  std::uint8_t status = 0;      ///< SCSI status
+  unsigned combined = 0;        ///< host, masked and driver status together
+  std::size_t transferred = 0;  ///< bytes of data that moved
+  std::optional<Sense> sense{};
+
+  bool ok() const { return combined == 0; }
+  /// Why it is not ok, in words.
+  std::string reason() const;
+};
+
+/// Sends `cdb`. Throws Error, which names `operation`, when it cannot be handed to the device.
+Completion send_command(Device &device, ByteSpan cdb, const Data &data, std::string_view operation);
+
+/// What a result of the library's command families says: 0 aside, errno of a failed call, or
+/// a negated status.
+std::string result_words(int result);
+
+}  // namespace tool

@@ -1,0 +1,109 @@
+#include "tools/device.h"
+
+#include <dirent.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "tools/error.h"
+#include "tools/text.h"
+
+namespace tool {
+namespace {
+
+constexpr std::string_view block_directory = "/dev/kz/jox";
+constexpr std::string_view raw_directory = "/dev/kz/rjox";
+
+struct CloseFile {
+  void operator()(std::FILE *file) const { std::fclose(file); }
+};
+
+struct CloseDirectory {
+  void operator()(DIR *directory) const { closedir(directory); }
+};
+
+bool lies_in(std::string_view node, std::string_view directory) {
+  return node.size() > directory.size() + 1 && node.starts_with(directory) &&
+         node[directory.size()] == '/';
+}
+
+/// "sda" and "sdaa", not the partition "sda1".
+bool is_whole_disk(std::string_view name) {
+  constexpr std::string_view driver = "sd";
+  if (!name.starts_with(driver) || name == driver) return false;
+  name.remove_prefix(driver.size());
+  return std::all_of(name.begin(), name.end(), [](char c) { return c >= 'a' && c <= 'z'; });
+}
+
+std::vector<std::string> disks() {
+  std::vector<std::string> nodes;
+  const std::unique_ptr<std::FILE, CloseFile> partitions(std::fopen("/proc/partitions", "r"));
+  if (partitions == nullptr) return nodes;
+  std::array<char, 256> line;
+  while (std::fgets(line.data(), line.size(), partitions.get()) != nullptr) {
+    std::array<char, 128> name;
+    const int fields = std::sscanf(line.data(), "%*u %*u %*u %127s", name.data());
+    if (fields == 1 && is_whole_disk(name.data())) {
+      nodes.push_back(fmt::format("/dev/{}", name.data()));
+    }
+  }
+  return nodes;
+}
+
+std::vector<std::string> multipath_nodes() {
+  std::vector<std::string> nodes;
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(raw_directory.data()));
+  if (directory == nullptr) return nodes;
+  while (const dirent *entry = readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") nodes.push_back(fmt::format("{}/{}", raw_directory, name));
+  }
+  std::sort(nodes.begin(), nodes.end());
+  return nodes;
+}
+
+}  // namespace
+
+Device::Device(const std::string &node) : name_(escaped(node)) {
+  if (node.size() >= sizeof path_.devname) throw Error("stat", name_, std::strerror(ENAMETOOLONG));
+  struct stat status;
+  if (stat(node.c_str(), &status) != 0) throw Error("stat", name_, std::strerror(errno));
+  if (!S_ISBLK(status.st_mode) && !S_ISCHR(status.st_mode)) {
+    throw Error("stat", name_, "not a device node");
+  }
+  std::memcpy(path_.devname, node.c_str(), node.size() + 1);
+  path_.dev = status.st_rdev;
+  path_.blkdev = status.st_rdev;
+}
+
+std::string DeviceNumber::text() const { return fmt::format("{}:{}", major, minor); }
+
+DeviceNumber Device::number() const {
+  return {.major = gnu_dev_major(path_.dev), .minor = gnu_dev_minor(path_.dev)};
+}
+
+bool is_multipath(std::string_view node) {
+  return lies_in(node, block_directory) || lies_in(node, raw_directory);
+}
+
+std::string_view multipath_name(std::string_view node) {
+  const std::string_view directory =
+      lies_in(node, block_directory) ? block_directory : raw_directory;
+  return node.substr(directory.size() + 1);
+}
+
+std::vector<std::string> find_nodes() {
+  std::vector<std::string> nodes = disks();
+  const std::vector<std::string> multipath = multipath_nodes();
+  nodes.insert(nodes.end(), multipath.begin(), multipath.end());
+  return nodes;
+}
+
+}  // namespace tool

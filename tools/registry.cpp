@@ -1,0 +1,143 @@
+#include "tools/registry.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "tools/property.h"
+
+namespace tool {
+namespace {
+
+/// The text attributes of a disk, each with its property.
+struct TextAttribute {
+  const char *property;
+  std::string &(*in)(Disk &);
+};
+
+constexpr TextAttribute text_attributes[] = {
+    {property::lun_id, [](Disk &disk) -> std::string & { return disk.identity.identifier; }},
+    {property::cabinet, [](Disk &disk) -> std::string & { return disk.identity.cabinet; }},
+    {property::device_type, [](Disk &disk) -> std::string & { return disk.device_type; }},
+    {property::vendor, [](Disk &disk) -> std::string & { return disk.vendor; }},
+    {property::product, [](Disk &disk) -> std::string & { return disk.product; }},
+    {property::revision, [](Disk &disk) -> std::string & { return disk.revision; }},
+    {property::controller, [](Disk &disk) -> std::string & { return disk.controller; }},
+};
+
+std::string kind_text(std::uint8_t kind) { return fmt::format("{:02X}", kind); }
+
+/// What a disk's links say of it.
+void read_attribute(Disk &disk, const Link &link) {
+  const std::string text(link.value.payload());
+  if (link.property == property::lun_id_type) {
+    disk.identity.kind = static_cast<std::uint8_t>(std::stoul(text, nullptr, 16));
+  } else if (link.property == property::device_number) {
+    std::sscanf(text.c_str(), "%u:%u", &disk.number.major, &disk.number.minor);
+  } else if (link.property == property::ready) {
+    disk.readiness = readiness_from_words(text);
+  } else {
+    for (const TextAttribute &attribute : text_attributes) {
+      if (link.property == attribute.property) attribute.in(disk) = text;
+    }
+  }
+}
+
+std::optional<Disk> find_disk(std::string_view node) {
+  const std::vector<Link> links = links_of(property::disk, Value(node));
+  if (links.empty()) return std::nullopt;
+  Disk disk{};
+  disk.node = node;
+  for (const Link &link : links)
+    read_attribute(disk, link);
+  return disk;
+}
+
+/// A name, or a designator of a port or of the target, tells nothing of the unit: such a node
+/// stands alone.
+std::vector<Disk> disks_of_unit(const Disk &disk) {
+  if (!names_unit(disk.identity)) return {disk};
+  std::vector<Disk> disks;
+  for (const Value &node :
+       linked(property::lun_id, Value(disk.identity.identifier), property::disk)) {
+    const std::optional<Disk> other = find_disk(node.payload());
+    if (other && other->identity.kind == disk.identity.kind) disks.push_back(*other);
+  }
+  return disks;
+}
+
+LogicalUnit unit_of(const Disk &disk) {
+  return {
+      .identifier = escaped(disk.identity.identifier),
+      .identifier_kind = disk.identity.kind,
+      .device_type = disk.device_type,
+      .vendor = escaped(disk.vendor),
+      .product = escaped(disk.product),
+      .revision = escaped(disk.revision),
+      .cabinet = escaped(disk.identity.cabinet),
+      .multipath_nodes = {},
+      .paths = {},
+  };
+}
+
+}  // namespace
+
+void store_disk(const Disk &disk) {
+  const Value node(disk.node);
+  const auto store = [&node](const char *name, const std::string &text) {
+    relate(property::disk, node, name, Value(text));
+  };
+  Disk copy = disk;
+  for (const TextAttribute &attribute : text_attributes) {
+    // An identifier there is always; nodes are found by it.
+    const std::string &text = attribute.in(copy);
+    if (!text.empty() || attribute.property == property::lun_id) store(attribute.property, text);
+  }
+  store(property::lun_id_type, kind_text(disk.identity.kind));
+  store(property::device_number, disk.number.text());
+  store(property::ready, disk.readiness.words());
+}
+
+void link_multipath_names() {
+  for (const Value &node : values_of(property::disk)) {
+    if (!is_multipath(node.payload())) continue;
+    const std::optional<Disk> multipath = find_disk(node.payload());
+    if (!multipath) continue;
+    const Value name(multipath_name(node.payload()));
+    for (const Disk &disk : disks_of_unit(*multipath))
+      relate(property::disk, Value(disk.node), property::jox_device, name);
+  }
+}
+
+std::vector<LogicalUnit> read_units(const std::vector<std::string> &nodes) {
+  std::map<std::string, std::size_t> position;
+  for (const std::string &node : nodes)
+    position.emplace(node, position.size());
+  const auto comes_first = [&position](const Disk &a, const Disk &b) {
+    return position[a.node] < position[b.node];
+  };
+
+  std::vector<LogicalUnit> units;
+  std::set<std::string> placed;
+  for (const std::string &node : nodes) {
+    if (placed.contains(node)) continue;
+    const std::optional<Disk> first = find_disk(node);
+    if (!first) continue;
+    LogicalUnit &unit = units.emplace_back(unit_of(*first));
+    std::vector<Disk> disks = disks_of_unit(*first);
+    std::sort(disks.begin(), disks.end(), comes_first);
+    for (const Disk &disk : disks) {
+      placed.insert(disk.node);
+      (is_multipath(disk.node) ? unit.multipath_nodes : unit.paths)
+          .push_back(
+              {.node = escaped(disk.node), .number = disk.number, .readiness = disk.readiness});
+    }
+  }
+  return units;
+}
+
+}  // namespace tool

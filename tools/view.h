@@ -1,0 +1,50 @@
+// A decoded thing, ready to be shown: as text for people, as JSON for programs.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/text.h"
+
+namespace tool {
+
+using Json = nlohmann::ordered_json;
+
+struct View {
+  std::string text;
+  Json json;
+};
+
+/// Makes a view field by field: each is a labelled line of the text and a key of the JSON object.
+class ViewBuilder {
+ public:
+  explicit ViewBuilder(std::string title) : title_(std::move(title)) {}
+
+  /// A field that reads the same in both.
+  void field(std::string label, const char *key, const std::string &text) {
+    field(std::move(label), key, text, text);
+  }
+  void field(std::string label, const char *key, std::string text, Json value) {
+    lines_.emplace_back(std::move(label), std::move(text));
+    json_[key] = std::move(value);
+  }
+  /// Something for programs only.
+  void value(const char *key, Json value) { json_[key] = std::move(value); }
+  /// Lines of text behind the fields.
+  void append(const std::string &text) { tail_ += text; }
+
+  View build() const { return {title_ + "\n" + labelled(lines_, "  ") + tail_, json_}; }
+
+ private:
+  std::string title_;
+  std::vector<std::pair<std::string, std::string>> lines_;
+  std::string tail_;
+  Json json_ = Json::object();
+};
+
+/// Writes JSON with two blanks of indentation.
+void print_json(const Json &json);
+
+}  // namespace tool
