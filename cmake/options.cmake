@@ -1,5 +1,6 @@
 # Options of every target: warnings, large files, sanitizers.
 option(KZDDL_WERROR "Treat warnings as errors" OFF)
+option(KZDDL_BENCHMARKS "Build the benchmarks" OFF)
 set(KZDDL_SANITIZE "" CACHE STRING "Sanitizers for every target, such as address,undefined")
 
 add_library(kzddl_options INTERFACE)
