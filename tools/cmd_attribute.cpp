@@ -16,7 +16,7 @@ namespace {
 struct Options {
   std::string disk;
   std::string attribute;
-  std::string library;
+  std::string asl_file;
 };
 
 /// Discovers the host's nodes, and the disk if it is not one of them: what is known of a disk
@@ -72,7 +72,7 @@ View value_view(const std::string &attribute, const Value &value) {
 void run(const Context &context, const Options &options) {
   discover_around(options.disk);
   register_geometry();
-  if (!options.library.empty()) register_library(options.library, options.attribute);
+  if (!options.asl_file.empty()) register_library(options.asl_file, options.attribute);
   const std::vector<Value> values = linked(property::disk, Value(options.disk), options.attribute);
   if (values.empty()) {
     throw Error("attribute", escaped(options.disk),
@@ -97,7 +97,7 @@ Command add_attribute(CLI::App &app, Context &context) {
       ->required()
       ->option_text(" ");
   parser
-      ->add_option("--library", options->library,
+      ->add_option("--library", options->asl_file,
                    "Array support library that fetches attributes which\n"
                    "discovery does not store")
       ->option_text("FILE");
