@@ -2,6 +2,7 @@
 #include "kzddl/kzmisc_log.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -25,7 +26,7 @@ TEST(Log, GoesToStandardErrorByDefault) {
 }
 
 TEST(Log, IsAppendedToTheNamedFile) {
-  const std::string file = testing::TempDir() + "kzddl-log-test";
+  const std::string file = testing::TempDir() + "kzddl-log-test-" + std::to_string(getpid());
   std::filesystem::remove(file);
   setenv("KZ_DEBUG_FILE", file.c_str(), 1);
   EXPECT_EQ(on_standard_error(), "");

@@ -677,7 +677,7 @@ TEST_F(SimDisk, DemonstrationArray) {
 }
 
 TEST_F(SimDisk, DescribedInJson) {
-  const std::string file = testing::TempDir() + "sim-disk-test.json";
+  const std::string file = testing::TempDir() + "sim-disk-test-" + std::to_string(getpid());
   std::ofstream(file) << R"({"units": [
     {"blocks": 4294967296, "block_size": 4096, "answers_page_0": true, "copy": "mode page",
      "geometry": {"sectors": 32, "heads": 16, "cylinders": 622, "bytes_per_sector": 512,

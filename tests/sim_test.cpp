@@ -2,6 +2,7 @@
 #include <scsi/scsi_ioctl.h>
 #include <sys/ioctl.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -110,7 +111,7 @@ TEST_F(Kernel, RemovedDevices) {
 
 /// What loading an array description says.
 std::string message_of(const std::string &json) {
-  const std::string file = testing::TempDir() + "kzddl-array-test.json";
+  const std::string file = testing::TempDir() + "kzddl-array-test-" + std::to_string(getpid());
   std::ofstream(file) << json;
   std::string message;
   try {
