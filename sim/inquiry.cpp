@@ -16,9 +16,11 @@ void append_padded(Bytes &data, const std::string &text, std::size_t width) {
 }
 
 Bytes vpd_page(std::uint8_t code, const Bytes &body) {
-  Bytes page{0x00, code, static_cast<std::uint8_t>(body.size() >> 8),
-             static_cast<std::uint8_t>(body.size())};
-  page.insert(page.end(), body.begin(), body.end());
+  constexpr std::size_t header_size = 4;
+  Bytes page(header_size + body.size());
+  page[1] = code;
+  kzddl::store_be16(&page[2], static_cast<std::uint16_t>(body.size()));
+  std::copy(body.begin(), body.end(), page.begin() + header_size);
   return page;
 }
 
