@@ -1,5 +1,7 @@
 #include "sim/inquiry.h"
 
+#include <algorithm>
+
 #include "base/bytes.h"
 
 namespace sim {
