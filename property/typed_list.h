@@ -48,12 +48,6 @@ class TypedList {
     sl_walk(list_, nullptr, step<Visit>, &visit, nullptr);
   }
 
-  /// Calls visit(T &) for the elements, ascending, until it returns true.
-  template <class Visit>
-  void for_each_until(Visit visit) const {
-    sl_walk(list_, nullptr, step<Visit>, &visit, nullptr);
-  }
-
   /// Calls visit(T &) for the elements that match a key with a wildcard in it, ascending.
   template <class Visit>
   void for_run(const T &key, Visit visit) const {
@@ -69,11 +63,7 @@ class TypedList {
  private:
   template <class Visit>
   static std::int32_t step(const void * /*key*/, void *element, void *visit, void * /*arg2*/) {
-    auto &call = *static_cast<Visit *>(visit);
-    if constexpr (std::is_same_v<decltype(call(std::declval<T &>())), bool>) {
-      return call(*static_cast<T *>(element)) ? 1 : 0;
-    }
-    call(*static_cast<T *>(element));
+    (*static_cast<Visit *>(visit))(*static_cast<T *>(element));
     return 0;
   }
 
