@@ -41,6 +41,10 @@ target_include_directories(kzddl PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
 )
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
+  # The old floating-point unit keeps more digits than a float or double holds.
+  target_compile_options(kzddl PRIVATE -msse2 -mfpmath=sse)
+endif()
 target_compile_options(kzddl PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
 target_link_options(kzddl PRIVATE
   -Wl,--version-script=${PROJECT_SOURCE_DIR}/kzddl.map
