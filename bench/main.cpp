@@ -42,8 +42,10 @@ bool print_ratio(const Comparison &comparison, const std::map<std::string, doubl
 int main(int argc, char **argv) {
   std::vector<Comparison> comparisons;
   std::vector<bench::Figure> figures;
-  bench::register_skiplist(comparisons);
+  // The database first: it is looked up as a process finds it that built it, not in a heap that
+  // a million freed nodes have been scattered over.
   bench::register_database(comparisons, figures);
+  bench::register_skiplist(comparisons);
   bench::register_name_value(comparisons);
 
   benchmark::Initialize(&argc, argv);
@@ -57,9 +59,10 @@ int main(int argc, char **argv) {
     reached = print_ratio(comparison, keeper.medians) && reached;
   }
   for (const bench::Figure &figure : figures) {
-    const bool small = figure.value <= figure.at_most;
-    std::printf("%-46s %8.1f  at most  %5.0f %s  %s\n", figure.job.c_str(), figure.value,
-                figure.at_most, figure.unit.c_str(), small ? "reached" : "MISSED");
+    const double value = figure.measure();
+    const bool small = value <= figure.at_most;
+    std::printf("%-46s %8.1f  at most  %5.0f %s  %s\n", figure.job.c_str(), value, figure.at_most,
+                figure.unit.c_str(), small ? "reached" : "MISSED");
     reached = small && reached;
   }
   return reached ? 0 : 1;

@@ -13,6 +13,7 @@ add_library(kzddl SHARED
   property/ddlproperty_dynamic.cpp
   property/ddlproperty_sys.cpp
   property/ddlskiplist.cpp
+  property/reader_slots.cpp
   property/value_index.cpp
   scsi/ddlalua.cpp
   scsi/kzdiskio.cpp

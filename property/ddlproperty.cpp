@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
-#include "base/ascii.h"
 #include "base/check.h"
+#include "kzddl/ddlproperty_dynamic.h"
 #include "kzddl/kzmisc_log.h"
 #include "property/store.h"
 
@@ -28,11 +28,7 @@ ddl_prop_table *ddl_prop_ops = &ddl_prop_def_ops;
 namespace kzddl {
 
 TypedList<pnode> plist;
-
-std::int32_t cmp_prop(const pnode *a, const pnode *b) {
-  if (a == nullptr || b == nullptr || a->name == nullptr || b->name == nullptr) return 0;
-  return compare_ignoring_case(a->name, b->name);
-}
+const pnode *dynamic_property;
 
 std::int32_t cmp_val(const vnode *a, const vnode *b) {
   if (a == nullptr || b == nullptr || a->value == nullptr || b->value == nullptr) return 0;
@@ -106,7 +102,11 @@ OwnedProperty create_pnode(const char *name) {
 /// The property as it is now in the list, or null when memory is short.
 pnode *insert_property(OwnedProperty property) {
   if (property == nullptr) return nullptr;
-  return plist.insert(property.get()) == property.get() ? property.release() : nullptr;
+  if (plist.insert(property.get()) != property.get()) return nullptr;
+  if (compare_ignoring_case(property->name, KZDDL_PROP_DYNAMIC) == 0) {
+    dynamic_property = property.get();
+  }
+  return property.release();
 }
 
 OwnedValue create_vnode(const pnode &property, const TypedString &value) {
@@ -153,7 +153,7 @@ DescendingArray<T> collect(const TypedList<T> &list, std::int32_t n) {
 
 /// Waits until nobody is inside a property. The generic lock is held for writing: nobody enters
 /// until it is released, and what follows needs no lock of this property.
-void drain(pnode &property) { const RwGuard lock(&property.lock, RwGuard::Mode::write); }
+void drain(pnode &property) { const RwGuard lock(property.rwlock(), RwGuard::Mode::write); }
 
 /// Removes a value of a drained property, its links first. Nothing is allocated, so that
 /// nothing can fail half-way.
@@ -161,7 +161,7 @@ void remove_value(pnode &property, vnode &value) {
   check(count(value.alist) == value.nasso, "num_elements == vnode->nasso");
   while (const asso *link = value.alist.any()) {
     const asso other = *link;
-    const RwGuard lock(&other.assop->lock, RwGuard::Mode::write);
+    const RwGuard lock(other.assop->rwlock(), RwGuard::Mode::write);
     remove_link({&property, &value}, other);
   }
   check(value.nasso == 0, "!vnode->nasso");
@@ -175,6 +175,7 @@ void remove_value(pnode &property, vnode &value) {
 void remove_property(pnode &property) {
   check(property.nval == 0, "!pnode->nval");
   check(plist.remove(property), "!sl_delete(plist, pnode)");
+  if (dynamic_property == &property) dynamic_property = nullptr;
   ReleaseProperty()(&property);
 }
 
@@ -194,7 +195,7 @@ void print_value(const vnode &value) {
 }
 
 void print_property(pnode &property) {
-  const RwGuard lock(&property.lock, RwGuard::Mode::read);
+  const RwGuard lock(property.rwlock(), RwGuard::Mode::read);
   ddlmsg(0x70000, 0, "prop = %s val = %d\n", property.name, property.nval);
   check(count(property.vlist) == property.nval, "valn == pnode->nval");
   const DescendingArray<vnode> values = collect(property.vlist, property.nval);
@@ -209,7 +210,7 @@ const char *print_prop(const pnode &property) { return property.name; }
 namespace kzddl {
 
 void delete_unlinked_value(const char *name, const TypedString &value) {
-  const RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::write);
+  const RwGuard generic(generic_lock(), RwGuard::Mode::write);
   pnode *property = find_property(name);
   if (property == nullptr) return;
   drain(*property);
@@ -243,18 +244,18 @@ std::int32_t create_property(const char *name, std::int32_t type, std::uint32_t 
   property->width = width_of(type);
   property->attr1 = attr1;
   property->attr2 = attr2;
-  const RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::write);
+  const RwGuard generic(generic_lock(), RwGuard::Mode::write);
   return insert_property(std::move(property)) != nullptr ? 0 : -1;
 }
 
 std::int32_t set_property_ts(const char *name, const char *const *values) {
   if (!all_fit(values)) return -1;
-  RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::write);
+  RwGuard generic(generic_lock(), RwGuard::Mode::write);
   if (!plist) return -1;
   pnode *property = find_property(name);
   if (property == nullptr) property = insert_property(create_pnode(name));
   if (property == nullptr) return -1;
-  const RwGuard lock(&property->lock, RwGuard::Mode::write);
+  const RwGuard lock(property->rwlock(), RwGuard::Mode::write);
   generic.release();
   std::int32_t count = 0;
   for (; values[count] != nullptr; ++count)
@@ -293,7 +294,7 @@ std::int32_t get_property(const char *name, const char ***out) {
 
 std::int32_t delete_property_ts(const char *name, const char *const *values) {
   if (!all_fit(values)) return -1;
-  const RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::write);
+  const RwGuard generic(generic_lock(), RwGuard::Mode::write);
   pnode *property = find_property(name);
   if (property == nullptr) return -1;
   drain(*property);
@@ -314,7 +315,7 @@ std::int32_t delete_property(const char *name, const char *const *values) {
 }
 
 std::int32_t destroy_property(const char *name) {
-  const RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::write);
+  const RwGuard generic(generic_lock(), RwGuard::Mode::write);
   pnode *property = find_property(name);
   if (property == nullptr) return -1;
   drain(*property);
@@ -328,7 +329,7 @@ std::int32_t destroy_property(const char *name) {
 void print_property_list() {
   ddlmsg(0x70000, 9, "Property List\n");
   {
-    const RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::read);
+    const RwGuard generic(generic_lock(), RwGuard::Mode::read);
     const DescendingArray<pnode> properties = collect(plist, count(plist));
     for (pnode *property : properties.added())
       print_property(*property);

@@ -25,7 +25,7 @@ std::int32_t with_sides(const char *p, const char *x, const char *q, const char 
   const TypedString other_value(y);
   if (!side_value || !other_value) return -1;
 
-  RwGuard generic(&ddlproperty_generic_lock, RwGuard::Mode::read);
+  RwGuard generic(generic_lock(), RwGuard::Mode::read);
   if (!plist) return no_store;
   pnode *side = find_property(p);
   pnode *other = find_property(q);
@@ -80,9 +80,9 @@ std::int32_t look_up(const char *property, const char *x, const char *wanted, Ch
                      const char ***out) {
   const PropertyReader reader(property, wanted);
   const vnode *value = reader.find(TypedString(x));
-  if (value == nullptr || !reader.other_exists()) return -1;
+  if (value == nullptr || reader.other().address == nullptr) return -1;
   return linked_values(
-      wanted, *value, [&](const asso &link) { return chosen(*value, *link.assov); }, out);
+      reader.other(), *value, [&](const asso &link) { return chosen(*value, *link.assov); }, out);
 }
 
 }  // namespace

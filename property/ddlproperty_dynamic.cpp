@@ -44,7 +44,8 @@ bool is_same(const TypedString &a, const TypedString &b) {
 class ValueCopies {
  public:
   /// Copies the values of `property` linked with `value`; false when memory is short.
-  bool copy_linked(const char *property, const vnode &value) {
+  template <class Property>
+  bool copy_linked(const Property &property, const vnode &value) {
     std::size_t size = 0;
     for_each_link_to(property, value,
                      [&size](const asso &link) { size += room(link.assov->value); });
@@ -83,8 +84,8 @@ class ValueCopies {
 
 /// The first link in descending order with a value of `property` that accept(const asso &) takes,
 /// or null.
-template <class Accept>
-const asso *first_link_to(const char *property, const vnode &value, Accept accept) {
+template <class Property, class Accept>
+const asso *first_link_to(const Property &property, const vnode &value, Accept accept) {
   const asso *first = nullptr;
   for_each_link_to(property, value, [&](const asso &link) {
     if (accept(link)) first = &link;
@@ -293,9 +294,10 @@ std::int32_t get_asso_val_ts(const char *p, const char *v, const char *q, const 
       const char *name = link.assov->value;
       return std::strncmp(text_of(name), q, payload_length(name)) == 0;
     };
-    const asso *match = first_link_to(KZDDL_PROP_DYNAMIC, *found, begins_q);
+    const asso *match = first_link_to(disks.dynamic(), *found, begins_q);
     if (match == nullptr) {
-      return disks.other_exists() ? linked_values(q, *found, every_link, values) : -1;
+      if (disks.other().address == nullptr) return -1;
+      return linked_values(disks.other(), *found, every_link, values);
     }
     dynamic.copy(match->assov->value);
     const asso *handled_by = first_link_to(KZDDL_PROP_LIBNAME, *found, every_link);
@@ -328,9 +330,9 @@ std::int32_t get_asso_ts(const char *p, const char *v, const char ***names, cons
     const PropertyReader disks(p);
     const vnode *found = disks.find(given);
     if (found == nullptr) return -1;
-    const asso *dynamic = first_link_to(KZDDL_PROP_DYNAMIC, *found, every_link);
+    const asso *dynamic = first_link_to(disks.dynamic(), *found, every_link);
     if (!leads_exactly_to(KZDDL_PROP_DYNAMIC, dynamic) ||
-        !dynamic_names.copy_linked(KZDDL_PROP_DYNAMIC, *found)) {
+        !dynamic_names.copy_linked(disks.dynamic(), *found)) {
       return all_links(*found, names, values);
     }
     const asso *handled_by = first_link_to(KZDDL_PROP_LIBNAME, *found, every_link);

@@ -11,8 +11,8 @@
 
 namespace kzddl {
 
-/// Alone on its cache line: every look-up writes to it.
-alignas(64) pthread_rwlock_t ddlproperty_generic_lock = PTHREAD_RWLOCK_INITIALIZER;
+pthread_rwlock_t ddlproperty_generic_lock = PTHREAD_RWLOCK_INITIALIZER;
+ReaderSlots ddlproperty_generic_readers;
 pthread_mutex_t ddlproperty_scsi_version_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t ddlproperty_geometry_mutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -69,7 +69,11 @@ int ddlproperty_rwlock_free(pthread_rwlock_t *lock) {
 
 int ddlproperty_generic_rdlock() { return ddlproperty_rd_lock(&ddlproperty_generic_lock); }
 
-int ddlproperty_generic_wrlock() { return ddlproperty_wr_lock(&ddlproperty_generic_lock); }
+int ddlproperty_generic_wrlock() {
+  const int result = ddlproperty_wr_lock(&ddlproperty_generic_lock);
+  if (result == 0) ddlproperty_generic_readers.shut();
+  return result;
+}
 
 int ddlproperty_generic_unlock() { return ddlproperty_rw_unlock(&ddlproperty_generic_lock); }
 

@@ -11,10 +11,12 @@
 #include <cstring>
 
 #include "kzddl/ddlproperty_sys.h"
+#include "property/reader_slots.h"
 
 namespace kzddl {
 
 extern pthread_rwlock_t ddlproperty_generic_lock;
+extern ReaderSlots ddlproperty_generic_readers;
 extern pthread_mutex_t ddlproperty_scsi_version_mutex;
 extern pthread_mutex_t ddlproperty_geometry_mutex;
 
@@ -47,23 +49,42 @@ class MutexGuard {
   pthread_mutex_t *mutex_;
 };
 
-/// Holds a reader-writer lock until its scope ends or release() is called; one made of null
-/// holds nothing.
+/// A reader-writer lock of the database, or none.
+struct RwLock {
+  pthread_rwlock_t *lock = nullptr;
+  ReaderSlots *readers = nullptr;
+};
+
+inline RwLock generic_lock() { return {&ddlproperty_generic_lock, &ddlproperty_generic_readers}; }
+
+/// Holds a reader-writer lock, if any, until its scope ends or release() is called.
 class RwGuard {
  public:
   enum class Mode { read, write };
 
-  RwGuard(pthread_rwlock_t *lock, Mode mode) : lock_(lock) {
+  RwGuard(RwLock lock, Mode mode) : lock_(lock.lock) {
     if (lock_ == nullptr) return;
-    require(mode == Mode::read ? ddlproperty_rd_lock(lock) : ddlproperty_wr_lock(lock));
+    if (mode == Mode::write) {
+      require(ddlproperty_wr_lock(lock_));
+      lock.readers->shut();
+      return;
+    }
+    slot_ = lock.readers->enter();
+    if (slot_ != nullptr) return;
+    require(ddlproperty_rd_lock(lock_));
+    lock.readers->count_reader();
   }
   RwGuard(const RwGuard &) = delete;
   RwGuard &operator=(const RwGuard &) = delete;
   ~RwGuard() { release(); }
 
   void release() {
-    if (lock_ == nullptr) return;
-    require(ddlproperty_rw_unlock(lock_));
+    if (slot_ != nullptr) {
+      ReaderSlots::leave(slot_);
+    } else if (lock_ != nullptr) {
+      require(ddlproperty_rw_unlock(lock_));
+    }
+    slot_ = nullptr;
     lock_ = nullptr;
   }
 
@@ -75,12 +96,13 @@ class RwGuard {
   }
 
   pthread_rwlock_t *lock_;
+  ReaderSlots::Slot *slot_ = nullptr;  ///< where a reader without the lock is announced
 };
 
 /// A property's lock and the stored name that gives it its place in the lock order.
 struct NamedLock {
   const char *name;
-  pthread_rwlock_t *lock;
+  RwLock lock;
 };
 
 /// Holds the locks of two different properties for writing, the lower name's taken first.

@@ -7,13 +7,29 @@
 
 namespace kzddl {
 
-/// Calls visit(const asso &) for the links of a value with values of `property`, ascending. Both
+/// A list of no more links than this is walked instead of searched: its nodes come in a row,
+/// which the processor can run ahead on.
+inline constexpr std::int32_t short_list = 16;
+
+/// Calls visit(const asso &) for the links of a value with values of a property, ascending. Both
 /// sides of each are kept alive by the lock of the value's property.
 template <class Visit>
 void for_each_link_to(const char *property, const vnode &value, Visit visit) {
-  pnode key_property;
-  key_property.name = property;
-  value.alist.for_run({&key_property, nullptr}, visit);
+  pnode key;
+  key.name = property;
+  value.alist.for_run({&key, nullptr}, visit);
+}
+
+template <class Visit>
+void for_each_link_to(const NamedProperty &property, const vnode &value, Visit visit) {
+  if (property.address == nullptr) return;
+  if (value.nasso > short_list) return for_each_link_to(property.name, value, visit);
+  value.alist.for_each_until([&, in_run = false](const asso &link) mutable {
+    const bool was_in_run = in_run;
+    in_run = link.assop == property.address;
+    if (in_run) visit(link);
+    return was_in_run && !in_run;
+  });
 }
 
 /// Accepts every link.
@@ -22,7 +38,7 @@ inline constexpr auto every_link = [](const asso &) { return true; };
 /// Hands out the values of `property` linked with a value, if chosen(const asso &) accepts the
 /// link: their number, or -1 when memory is short.
 template <class Chosen>
-std::int32_t linked_values(const char *property, const vnode &value, Chosen chosen,
+std::int32_t linked_values(const NamedProperty &property, const vnode &value, Chosen chosen,
                            const char ***out) {
   // A short run, the usual one, is walked once: what is found is noted here.
   const char *noted[16];

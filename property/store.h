@@ -18,7 +18,9 @@
 #include <cstdint>
 #include <span>
 
+#include "base/ascii.h"
 #include "base/memory.h"
+#include "kzddl/ddlproperty_dynamic.h"
 #include "property/guards.h"
 #include "property/typed_list.h"
 #include "property/typed_string.h"
@@ -55,9 +57,11 @@ struct pnode {
   TypedList<vnode> vlist;
   pthread_rwlock_t lock;
   std::int32_t conv;
+  ReaderSlots readers;
   ValueIndex index;
 
-  NamedLock named_lock() { return {name, &lock}; }
+  RwLock rwlock() { return {&lock, &readers}; }
+  NamedLock named_lock() { return {name, rwlock()}; }
 };
 
 static_assert(sizeof(asso) == 2 * sizeof(void *) && offsetof(pnode, name) == 0 &&
@@ -68,7 +72,11 @@ static_assert(sizeof(void *) != 4 || (offsetof(vnode, alist) == 8 && offsetof(pn
 // The orders of the lists. Each returns 0 when a side, or the field it compares, is null.
 
 /// By name, whatever its letter case.
-std::int32_t cmp_prop(const pnode *a, const pnode *b);
+inline std::int32_t cmp_prop(const pnode *a, const pnode *b) {
+  if (a == nullptr || b == nullptr || a->name == nullptr || b->name == nullptr) return 0;
+  return compare_ignoring_case(a->name, b->name);
+}
+
 /// By payload, as unsigned bytes; the type takes no part.
 std::int32_t cmp_val(const vnode *a, const vnode *b);
 /// By the other side's property, then by its value; a key without a value matches the run of
@@ -77,6 +85,10 @@ std::int32_t cmp_asso(const asso *a, const asso *b);
 
 /// All properties; without a list until init_property_list() has run.
 extern TypedList<pnode> plist;
+
+/// The one named KZDDL_PROP_DYNAMIC, or null: every look-up of a disk asks for it. Guarded by
+/// the generic lock.
+extern const pnode *dynamic_property;
 
 inline pnode *find_property(const char *name) {
   pnode key;
@@ -93,21 +105,30 @@ inline vnode *find_value(const pnode &property, const TypedString &value) {
   return property.vlist.find(key);
 }
 
+/// A property under the name that was asked for. It may be gone by now, unless the value in hand
+/// has a link with it: the address is to be compared, not followed.
+struct NamedProperty {
+  const char *name;
+  const pnode *address;  ///< null when there was none
+};
+
 /// A property that was found, held for reading; the list of properties is already released.
 class PropertyReader {
  public:
-  /// `other` names a property of which only the existence is asked.
+  /// The property `other` is found only, not held.
   explicit PropertyReader(const char *name, const char *other = nullptr)
-      : generic_(&ddlproperty_generic_lock, RwGuard::Mode::read),
+      : generic_(generic_lock(), RwGuard::Mode::read),
         store_exists_(plist),
         property_(find_property(name)),
-        other_exists_(other != nullptr && find_property(other) != nullptr),
-        lock_(property_ != nullptr ? &property_->lock : nullptr, RwGuard::Mode::read) {
+        other_(named(other)),
+        dynamic_{KZDDL_PROP_DYNAMIC, dynamic_property},
+        lock_(property_ != nullptr ? property_->rwlock() : RwLock{}, RwGuard::Mode::read) {
     generic_.release();
   }
 
   bool store_exists() const { return store_exists_; }
-  bool other_exists() const { return other_exists_; }
+  const NamedProperty &other() const { return other_; }
+  const NamedProperty &dynamic() const { return dynamic_; }
   explicit operator bool() const { return property_ != nullptr; }
   const pnode *operator->() const { return property_; }
 
@@ -117,10 +138,15 @@ class PropertyReader {
   }
 
  private:
+  static NamedProperty named(const char *name) {
+    return {name, name != nullptr ? find_property(name) : nullptr};
+  }
+
   RwGuard generic_;
   bool store_exists_;
   pnode *property_;
-  bool other_exists_;
+  NamedProperty other_;
+  NamedProperty dynamic_;
   RwGuard lock_;
 };
 

@@ -42,10 +42,19 @@ class TypedList {
   /// False when nothing matches.
   bool remove(const T &key) { return sl_delete(list_, &key) == 0; }
 
+  /// Calls visit(T &) for the elements, ascending, until it returns true.
+  template <class Visit>
+  void for_each_until(Visit visit) const {
+    if (list_ == nullptr) return;
+    for (const sl_node *node = list_->forward[0]; node != nullptr; node = node->forward[0]) {
+      if (visit(*static_cast<T *>(node->element))) return;
+    }
+  }
+
   /// Calls visit(T &) for every element, ascending.
   template <class Visit>
   void for_each(Visit visit) const {
-    sl_walk(list_, nullptr, step<Visit>, &visit, nullptr);
+    for_each_until([&visit](T &element) { return visit(element), false; });
   }
 
   /// Calls visit(T &) for the elements that match a key with a wildcard in it, ascending.

@@ -85,6 +85,13 @@ TEST_F(Associations, SelectionComparesLinkedValuesWithTheOneGiven) {
   EXPECT_EQ(selected("P", "m", KZDDL_ASSO_GREATER_OR_EQUAL, "Q"), (Strings{"z", "m"}));
   EXPECT_EQ(selected("P", "m", 6, "Q"), Strings{});
   EXPECT_EQ(selected("P", "m", ~0u, "Q"), Strings{});
+
+  Strings greater;
+  for (char c = 'A'; c <= 'z'; ++c) {
+    relate("P", "M", "LONG", {c});
+    if (c > 'M') greater.insert(greater.begin(), {c});
+  }
+  EXPECT_EQ(selected("P", "M", KZDDL_ASSO_GREATER, "LONG"), greater);
 }
 
 TEST_F(Associations, PlainFormsHandOutTexts) {

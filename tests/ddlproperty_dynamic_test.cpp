@@ -288,14 +288,13 @@ TEST_F(Dynamic, TheDeviceMustExistAndItsPathMustFit) {
     return log.text();
   };
   EXPECT_EQ(message_for("/nonexistent"), prefix + "Could not do stat on path /nonexistent\n");
-  std::string path = "/dev/null";
-  while (path.size() < KZDDL_DIP_PATH_SIZE - 1)
-    path.insert(4, "/");
+  const auto path_of = [](std::size_t length) { return std::string(length - 8, '/') + "dev/null"; };
+  const std::string path = path_of(KZDDL_DIP_PATH_SIZE - 1);
   EXPECT_EQ(message_for(path), "");
   ASSERT_EQ(calls.size(), 1u);
   EXPECT_EQ(calls[0].path, path);
-  path.insert(4, "/");
-  EXPECT_EQ(message_for(path), prefix + "No room in dip object for disk path " + path + "\n");
+  const std::string longer = path_of(KZDDL_DIP_PATH_SIZE);
+  EXPECT_EQ(message_for(longer), prefix + "No room in dip object for disk path " + longer + "\n");
   EXPECT_EQ(calls.size(), 1u);
 }
 

@@ -169,4 +169,57 @@ TEST_F(Stress, DisksThatShareAnAnswerKeepItWhileTheyAreFetched) {
   EXPECT_EQ(links_of("A", "shared").size(), disks.size());
 }
 
+/// What the calling thread's disk answers next.
+thread_local std::string next_answer;
+
+std::int32_t own_answer(dip, const char *attr, char ***list) {
+  char *pair = nullptr;
+  nv_set_value(&pair, attr, next_answer.c_str());
+  nv_create_list(list, pair, nullptr);
+  nv_free(pair);
+  return 0;
+}
+
+TEST_F(Stress, NoDiskLosesAnAnswerThatAnotherGivesUp) {
+  const auto entry = address(own_answer);
+  const Strings disks = {"/dev/null", "/dev/zero", "/dev/full"};
+  for (const std::string &disk : disks) {
+    relate("DISK", disk, "DYNAMIC", "A");
+    relate("DISK", disk, "LIBNAME", "lib");
+    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry);
+  }
+  std::atomic<unsigned> threads = 0;
+  run_threads(static_cast<int>(disks.size()), [&](std::mt19937 &random) {
+    thread_local const std::string &disk = disks[threads++];
+    next_answer = random() % 2 != 0 ? "x" : "y";
+    EXPECT_EQ(linked("DISK", disk, "A"), Strings{next_answer});
+  });
+}
+
+/// Between two writes there are so many reads that readers are admitted without the locks.
+TEST_F(Stress, ASeldomWriterFindsNoReaderInside) {
+  std::atomic<bool> a_writer_exists = false;
+  const auto build = [] {
+    for (int i = 0; i < 8; ++i)
+      relate("P", "p", "Q", std::to_string(i));
+  };
+  run_threads(3, [&](std::mt19937 &random) {
+    thread_local const bool writes = !a_writer_exists.exchange(true);
+    const char **values = nullptr;
+    const char **names = nullptr;
+    if (writes) {
+      destroy_property(random() % 2 != 0 ? "P" : "Q");
+      build();
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    } else if (random() % 2 != 0) {
+      const int n = get_asso_val_ts("P", "p", "Q", &values);
+      discard(n, values);
+    } else {
+      const int n = get_asso_ts("P", "p", &names, &values);
+      discard(n, names);
+      discard(n, values);
+    }
+  });
+}
+
 }  // namespace
