@@ -13,6 +13,7 @@ add_library(kzddl SHARED
   property/ddlproperty_dynamic.cpp
   property/ddlproperty_sys.cpp
   property/ddlskiplist.cpp
+  property/lock_order.cpp
   property/reader_slots.cpp
   property/value_index.cpp
   scsi/ddlalua.cpp
@@ -45,6 +46,9 @@ target_include_directories(kzddl PUBLIC
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
   # The old floating-point unit keeps more digits than a float or double holds.
   target_compile_options(kzddl PRIVATE -msse2 -mfpmath=sse)
+endif()
+if(KZDDL_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+  target_compile_definitions(kzddl PRIVATE KZDDL_CHECK_LOCKS)
 endif()
 target_compile_options(kzddl PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
 target_link_options(kzddl PRIVATE

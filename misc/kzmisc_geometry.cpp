@@ -108,7 +108,7 @@ int use_geometry(const char *disk, bool refresh, const Use &use) {
   path.blkdev = block.number;
 
   // Held across the query: requests for one disk's geometry are served one at a time.
-  const MutexGuard cache(&ddlproperty_geometry_mutex);
+  const MutexGuard cache(geometry_mutex());
   disk_geom_entry **link = find_entry(block.number);
   disk_geom_entry *entry = *link;
   if (entry != nullptr && refresh) {

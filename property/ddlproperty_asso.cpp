@@ -30,7 +30,7 @@ std::int32_t with_sides(const char *p, const char *x, const char *q, const char 
   pnode *side = find_property(p);
   pnode *other = find_property(q);
   if (side == nullptr || other == nullptr || side == other) return -1;
-  const WritePairGuard locks(side->named_lock(), other->named_lock());
+  const WritePairGuard locks(side->rwlock(), other->rwlock());
   generic.release();
   return change(asso{side, find_value(*side, side_value)},
                 asso{other, find_value(*other, other_value)});

@@ -130,15 +130,16 @@ get_dynamic_attr_fn find_entry(const char *kind, const TypedString &lib, const c
   return entry;
 }
 
-/// The mutex under which a library's entry point is called, or null.
-pthread_mutex_t *serialising_mutex(const char *kind, const TypedString &lib) {
+/// The mutex under which a library's entry point is called, if any.
+Mutex serialising_mutex(const char *kind, const TypedString &lib) {
   TypedString value;
-  if (!copy_first_linked(kind, lib, KZDDL_PROP_HANDLER, &value)) return nullptr;
+  if (!copy_first_linked(kind, lib, KZDDL_PROP_HANDLER, &value)) return {};
   auto *handler = address_in<unsigned char *>(value);
   if (handler == nullptr || (handler[KZDDL_HANDLER_FLAGS] & KZDDL_HANDLER_SERIALISE) == 0) {
-    return nullptr;
+    return {};
   }
-  return reinterpret_cast<pthread_mutex_t *>(handler + KZDDL_HANDLER_MUTEX);
+  return {reinterpret_cast<pthread_mutex_t *>(handler + KZDDL_HANDLER_MUTEX), "a handler mutex",
+          LockRank::handler};
 }
 
 bool read_device_number(const char *path, std::uint64_t *number) {
@@ -200,7 +201,8 @@ bool ask_library(get_dynamic_attr_fn entry, const char *kind, const TypedString 
 /// Makes `values` the disk's values of an attribute; false, with nothing changed, when memory is
 /// short. A value that stays is not touched: threads may hold pointers to it.
 bool replace_values(const TypedString &disk, const char *attr, std::span<char *const> values) {
-  const MutexGuard one_at_a_time(&replacement_mutex);
+  const MutexGuard one_at_a_time(
+      {&replacement_mutex, "the replacement mutex", LockRank::replacement});
   ValueCopies old_values;
   {
     const PropertyReader disks(KZDDL_PROP_DISK);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "kzddl/ddlproperty_sys.h"
+#include "property/lock_order.h"
 #include "property/reader_slots.h"
 
 namespace kzddl {
@@ -27,16 +28,32 @@ extern std::int32_t ddlproperty_lock_initialized;
 [[noreturn]] void ddlproperty_rwlock_failed();
 [[noreturn]] void ddlproperty_mutex_failed();
 
-/// Holds a mutex; one made of null holds nothing.
+/// A mutex, or none.
+struct Mutex {
+  pthread_mutex_t *mutex = nullptr;
+  const char *name = nullptr;
+  LockRank rank = LockRank::leaf;
+
+  LockIdentity identity() const { return {mutex, name, rank}; }
+};
+
+inline Mutex version_mutex() { return {&ddlproperty_scsi_version_mutex, "the version mutex"}; }
+inline Mutex geometry_mutex() { return {&ddlproperty_geometry_mutex, "the geometry mutex"}; }
+
+/// Holds a mutex, if any, until its scope ends.
 class MutexGuard {
  public:
-  explicit MutexGuard(pthread_mutex_t *mutex) : mutex_(mutex) {
-    if (mutex_ != nullptr) require(ddlproperty_mutex_lock(mutex_));
+  explicit MutexGuard(const Mutex &mutex) : mutex_(mutex) {
+    if (mutex_.mutex == nullptr) return;
+    check_order(mutex_.identity());
+    require(ddlproperty_mutex_lock(mutex_.mutex));
   }
   MutexGuard(const MutexGuard &) = delete;
   MutexGuard &operator=(const MutexGuard &) = delete;
   ~MutexGuard() {
-    if (mutex_ != nullptr) require(ddlproperty_mutex_unlock(mutex_));
+    if (mutex_.mutex == nullptr) return;
+    require(ddlproperty_mutex_unlock(mutex_.mutex));
+    forget_lock(mutex_.identity());
   }
 
  private:
@@ -46,46 +63,55 @@ class MutexGuard {
     ddlproperty_mutex_failed();
   }
 
-  pthread_mutex_t *mutex_;
+  Mutex mutex_;
 };
 
 /// A reader-writer lock of the database, or none.
 struct RwLock {
   pthread_rwlock_t *lock = nullptr;
   ReaderSlots *readers = nullptr;
+  const char *name = nullptr;  ///< a property's as it is stored: its place in the order
+  LockRank rank = LockRank::property;
+
+  LockIdentity identity() const { return {lock, name, rank}; }
 };
 
-inline RwLock generic_lock() { return {&ddlproperty_generic_lock, &ddlproperty_generic_readers}; }
+inline RwLock generic_lock() {
+  return {&ddlproperty_generic_lock, &ddlproperty_generic_readers, "the generic lock",
+          LockRank::generic};
+}
 
 /// Holds a reader-writer lock, if any, until its scope ends or release() is called.
 class RwGuard {
  public:
   enum class Mode { read, write };
 
-  RwGuard(RwLock lock, Mode mode) : lock_(lock.lock) {
-    if (lock_ == nullptr) return;
+  RwGuard(const RwLock &lock, Mode mode) : lock_(lock) {
+    if (lock_.lock == nullptr) return;
+    check_order(lock_.identity());
     if (mode == Mode::write) {
-      require(ddlproperty_wr_lock(lock_));
-      lock.readers->shut();
+      require(ddlproperty_wr_lock(lock_.lock));
+      lock_.readers->shut();
       return;
     }
-    slot_ = lock.readers->enter();
+    slot_ = lock_.readers->enter();
     if (slot_ != nullptr) return;
-    require(ddlproperty_rd_lock(lock_));
-    lock.readers->count_reader();
+    require(ddlproperty_rd_lock(lock_.lock));
+    lock_.readers->count_reader();
   }
   RwGuard(const RwGuard &) = delete;
   RwGuard &operator=(const RwGuard &) = delete;
   ~RwGuard() { release(); }
 
   void release() {
+    if (lock_.lock == nullptr) return;
     if (slot_ != nullptr) {
       ReaderSlots::leave(slot_);
-    } else if (lock_ != nullptr) {
-      require(ddlproperty_rw_unlock(lock_));
+    } else {
+      require(ddlproperty_rw_unlock(lock_.lock));
     }
-    slot_ = nullptr;
-    lock_ = nullptr;
+    forget_lock(lock_.identity());
+    lock_.lock = nullptr;
   }
 
  private:
@@ -95,27 +121,19 @@ class RwGuard {
     ddlproperty_rwlock_failed();
   }
 
-  pthread_rwlock_t *lock_;
+  RwLock lock_;
   ReaderSlots::Slot *slot_ = nullptr;  ///< where a reader without the lock is announced
-};
-
-/// A property's lock and the stored name that gives it its place in the lock order.
-struct NamedLock {
-  const char *name;
-  RwLock lock;
 };
 
 /// Holds the locks of two different properties for writing, the lower name's taken first.
 class WritePairGuard {
  public:
-  WritePairGuard(const NamedLock &a, const NamedLock &b)
-      : lower_((is_lower(a, b) ? a : b).lock, RwGuard::Mode::write),
-        higher_((is_lower(a, b) ? b : a).lock, RwGuard::Mode::write) {}
+  WritePairGuard(const RwLock &a, const RwLock &b)
+      : lower_(is_lower(a, b) ? a : b, RwGuard::Mode::write),
+        higher_(is_lower(a, b) ? b : a, RwGuard::Mode::write) {}
 
  private:
-  static bool is_lower(const NamedLock &a, const NamedLock &b) {
-    return std::strcmp(a.name, b.name) < 0;
-  }
+  static bool is_lower(const RwLock &a, const RwLock &b) { return std::strcmp(a.name, b.name) < 0; }
 
   RwGuard lower_;
   RwGuard higher_;

@@ -23,7 +23,7 @@ Line table[lines];
 
 Line &line_of_this_thread() {
   constexpr std::uint32_t odd_factor = 0x9E37'79B9;
-  const auto thread = reinterpret_cast<std::uintptr_t>(pthread_self());
+  const auto thread = static_cast<std::uintptr_t>(pthread_self());
   const auto page = static_cast<std::uint32_t>(thread >> 8);
   return table[(page * odd_factor) >> 26];
 }

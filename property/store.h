@@ -60,8 +60,7 @@ struct pnode {
   ReaderSlots readers;
   ValueIndex index;
 
-  RwLock rwlock() { return {&lock, &readers}; }
-  NamedLock named_lock() { return {name, rwlock()}; }
+  RwLock rwlock() { return {&lock, &readers, name}; }
 };
 
 static_assert(sizeof(asso) == 2 * sizeof(void *) && offsetof(pnode, name) == 0 &&

@@ -32,8 +32,7 @@ auto dispatch(const Variant &variant) {
 /// The same with the version mutex held across the whole command, if the host asks for it.
 template <class Variant>
 auto dispatch_locked(const Variant &variant) {
-  const MutexGuard version(is_scsi_version_lock_needed() != 0 ? &ddlproperty_scsi_version_mutex
-                                                              : nullptr);
+  const MutexGuard version(is_scsi_version_lock_needed() != 0 ? version_mutex() : Mutex{});
   return variant(current_generation());
 }
 

@@ -60,7 +60,7 @@ ddl_cache_table ddl_cache_def_ops = {ddl_get_thread_id, ddl_add_cache, thr_find_
 ddl_cache_table *ddl_cache_ops = &ddl_cache_def_ops;
 
 void kzscsi_set_version(const char *version) {
-  const kzddl::MutexGuard guard(&kzddl::ddlproperty_scsi_version_mutex);
+  const kzddl::MutexGuard guard(kzddl::version_mutex());
   std::atomic_ref(scsi_version)
       .store(version != nullptr ? version : default_version, std::memory_order_release);
 }
