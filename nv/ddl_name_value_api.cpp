@@ -110,12 +110,17 @@ struct Sequence {
   std::size_t length;
 };
 
+/// Length of a pair's value: its first byte says whether all of it is typed strings or text.
+std::size_t extent_of(const char *value) {
+  return is_typed(value) ? Sequence(value).length : std::strlen(value);
+}
+
 /// The bytes of a pair without its terminator; none where it has no "=".
 std::string_view whole_pair(const char *pair) {
   const char *equals = std::strchr(pair, '=');
   if (equals == nullptr) return {};
   const char *value = equals + 1;
-  return {pair, value - pair + (is_typed(value) ? Sequence(value).length : std::strlen(value))};
+  return {pair, value - pair + extent_of(value)};
 }
 
 /// The name of a pair to be made.
@@ -237,10 +242,18 @@ std::int32_t split_typed(const char *value, char ***values) {
   return static_cast<std::int32_t>(sequence.count);
 }
 
+/// An element of plain text may start with the marker, a device's own text for one. It is then
+/// taken for a typed string, whose length byte promises up to so many bytes: zeros follow.
+std::size_t zeros_behind(const char *plain) {
+  const bool marked = std::strchr(plain, KZDDL_TS_MARKER) != nullptr;
+  return marked ? KZDDL_TS_HEADER_SIZE + KZDDL_TS_MAX_PAYLOAD : 0;
+}
+
 std::int32_t split_plain(const char *value, char ***values) {
   const char *end = value + std::strlen(value);
   const std::uint64_t count = std::uint64_t(std::count(value, end, ',')) + 1;
-  const StringArray split(count, std::uint64_t(end - value) + 1);
+  const std::size_t zeros = zeros_behind(value);
+  const StringArray split(count, std::uint64_t(end - value) + 1 + zeros);
   if (split.pointers == nullptr) return -1;
 
   char **pointer = split.pointers;
@@ -255,6 +268,7 @@ std::int32_t split_plain(const char *value, char ***values) {
     if (*element_end == '\0') break;
     at = element_end + 1;
   }
+  std::memset(to, 0, zeros);
   *values = split.pointers;
   return static_cast<std::int32_t>(count);
 }
@@ -290,7 +304,7 @@ std::int32_t nv_append_list(char ***list, char *const *old, ...) {
 std::int32_t nv_set_value(char **pair, const char *name_text, const char *value) {
   const std::string_view name = name_of(name_text);
   if (name.empty()) return -1;
-  const std::size_t extent = Sequence(value).length;
+  const std::size_t extent = extent_of(value);
   StringWriter built(std::uint64_t{name.size()} + 1 + extent);
   if (!built) return -1;
   built.write(name);
