@@ -3,10 +3,15 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <map>
+#include <string_view>
 #include <utility>
 
 #include "base/bytes.h"
 #include "sim/disk.h"
+#include "sim/hostile.h"
 
 namespace sim {
 namespace {
@@ -35,7 +40,7 @@ std::uint64_t size_of(const PathSpec &path) {
   cdb[1] = 0x10;  // READ CAPACITY(16)
   cdb[13] = 32;
   const Reply reply = path.device->execute({.cdb = cdb, .initiator = path.initiator}, path.port);
-  if (reply.status != status::good || reply.data.size() < 12) return 0;
+  if (reply.error != 0 || reply.status != status::good || reply.data.size() < 12) return 0;
   const std::uint64_t blocks = kzddl::load_be64(&reply.data[0]) + 1;
   return blocks * (kzddl::load_be32(&reply.data[8]) / 512) / 2;
 }
@@ -54,6 +59,40 @@ std::string partitions(const std::vector<UnitSpec> &units) {
   return text;
 }
 
+/// A unit goes on from the state that is kept in `store`.
+void keep(UnitSpec &unit, const std::filesystem::path &store) {
+  for (const PathSpec &path : unit.paths) {
+    std::string name = path.node.substr(1);
+    std::ranges::replace(name, '/', '-');
+    path.device->keep_in(store, name);
+  }
+  if (unit.paths.empty()) return;
+  const std::vector<TargetPortGroup> groups = unit.paths.front().device->target_port_groups();
+  if (!groups.empty()) unit.best_path = best_path(unit.paths, groups);
+}
+
+/// Puts a hostile device before each, with a seed of its own.
+void make_hostile(std::vector<UnitSpec> &units, std::uint64_t seed) {
+  Random seeds(seed);
+  std::map<std::shared_ptr<Device>, std::shared_ptr<Device>> hostile;
+  for (UnitSpec &unit : units) {
+    for (PathSpec &path : unit.paths) {
+      std::shared_ptr<Device> &device = hostile[path.device];
+      if (device == nullptr) device = std::make_shared<Hostile>(seeds.next(), path.device);
+      path.device = device;
+    }
+  }
+}
+
+std::uint64_t parse_seed(const char *variable, std::string_view text) {
+  std::uint64_t seed = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
+  if (error != std::errc{} || end != text.data() + text.size()) {
+    throw ArrayError(std::string(variable) + ": expected a whole number from 0 to 2^64 - 1");
+  }
+  return seed;
+}
+
 /// A locally administered NAA 6 identifier.
 Bytes demo_identifier(unsigned unit) {
   Bytes naa(16);
@@ -64,12 +103,36 @@ Bytes demo_identifier(unsigned unit) {
 
 }  // namespace
 
-void install(Host &host, const std::vector<UnitSpec> &units, const std::string &machine) {
+HostSpec HostSpec::from_environment() {
+  HostSpec spec;
+  if (const char *name = std::getenv("KZSIM_HOST"); name != nullptr) spec.initiator = name;
+  if (const char *directory = std::getenv("KZSIM_STORE"); directory != nullptr) {
+    spec.store = directory;
+  }
+  constexpr char hostile[] = "KZSIM_HOSTILE";
+  if (const char *seed = std::getenv(hostile); seed != nullptr) {
+    spec.hostile = parse_seed(hostile, seed);
+  }
+  return spec;
+}
+
+void install(Host &host, std::vector<UnitSpec> units, const std::string &machine,
+             const HostSpec &spec) {
+  for (UnitSpec &unit : units) {
+    for (PathSpec &path : unit.paths) {
+      if (path.initiator.empty()) path.initiator = spec.initiator;
+    }
+  }
+  if (spec.hostile) make_hostile(units, *spec.hostile);
   host.add_control_node();
   host.set_machine(machine);
   host.set_file("/proc/cpuinfo", cpuinfo);
   host.set_file("/proc/devices", devices);
   host.set_file("/proc/partitions", partitions(units));
+  // Later than that: the program is told of what is pending, not the kernel as it looks for disks.
+  for (UnitSpec &unit : units) {
+    if (!spec.store.empty()) keep(unit, spec.store);
+  }
   unsigned multipath_minor = 0;
   for (const UnitSpec &unit : units) {
     for (const PathSpec &path : unit.paths) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -19,14 +20,24 @@ struct PathSpec {
   NodeKind kind = NodeKind::block;
   Port port{};
   std::shared_ptr<Device> device;
-  std::string initiator = default_initiator;
+  std::string initiator{};  ///< the host's own when empty
 };
 
 /// A logical unit: its paths, and the name of its multipath nodes (none when empty).
 struct UnitSpec {
   std::string multipath;
   std::vector<PathSpec> paths;
-  std::size_t best_path = 0;  ///< what the multipath nodes lead to
+  std::size_t best_path = 0;  ///< what the multipath nodes lead to, at first
+};
+
+/// A host at the array, as the environment names it.
+struct HostSpec {
+  std::string initiator = default_initiator;  ///< of paths that name none
+  std::filesystem::path store{};  ///< directory where units keep their state; none when empty
+  std::optional<std::uint64_t> hostile{};  ///< with this seed every device becomes hostile
+
+  /// Throws ArrayError.
+  static HostSpec from_environment();
 };
 
 /// The first path whose group is in the best access state; of such groups the preferred one.
@@ -34,8 +45,9 @@ std::size_t best_path(const std::vector<PathSpec> &paths,
                       const std::vector<TargetPortGroup> &groups);
 
 /// Puts the units into `host`, with the control node, multipath nodes and platform files that a
-/// host with the multipath driver has.
-void install(Host &host, const std::vector<UnitSpec> &units, const std::string &machine = "x86_64");
+/// host with the multipath driver has. Throws StateError when a unit's state cannot be kept.
+void install(Host &host, std::vector<UnitSpec> units, const std::string &machine = "x86_64",
+             const HostSpec &spec = {});
 
 /// Two controllers with two ports each, four logical units, four paths to each.
 std::vector<UnitSpec> demo_array();
@@ -48,6 +60,6 @@ class ArrayError : public std::runtime_error {
 
 /// Installs the array that a JSON file describes (sim/README.md). Throws ArrayError whose text
 /// names the file and the place of the mistake.
-void install_file(Host &host, const std::string &file);
+void install_file(Host &host, const std::string &file, const HostSpec &spec = {});
 
 }  // namespace sim

@@ -13,6 +13,7 @@
 #include "sim/array.h"
 #include "sim/disk.h"
 #include "sim/disk_json.h"
+#include "sim/hostile.h"
 #include "sim/json_value.h"
 #include "sim/replay.h"
 
@@ -45,9 +46,16 @@ std::shared_ptr<Device> read_replay(const Value &value, const std::filesystem::p
   }
 }
 
+/// Where the description asks for it, a hostile device takes the place of `device`.
+void read_hostile(const Value &value, std::shared_ptr<Device> &device) {
+  if (!value.has("hostile")) return;
+  device = std::make_shared<Hostile>(value.at("hostile").number<std::uint64_t>(), device);
+}
+
 /// A path without its device, unless captured replies answer on it.
 PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
-  value.require_object({"node", "device", "kind", "port", "group", "initiator", "replay"});
+  value.require_object(
+      {"node", "device", "kind", "port", "group", "initiator", "replay", "hostile"});
   PathSpec path{.node = value.at("node").text(255)};
   if (!path.node.starts_with("/")) value.at("node").fail("expected an absolute name");
   const auto [major, minor] = value.at("device").pair(':', 10, 0xFFFFF);
@@ -64,22 +72,27 @@ PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
 
 UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
   value.require_object({"vendor", "product", "revision", "serial", "naa", "not_ready", "blocks",
-                        "block_size", "geometry", "answers_page_0", "copy", "groups", "multipath",
-                        "paths"});
+                        "block_size", "file", "geometry", "answers_page_0", "copy", "groups",
+                        "multipath", "hostile", "paths"});
   UnitSpec unit;
   value.read("multipath", unit.multipath, 128);
   if (unit.multipath.find('/') != std::string::npos) {
     value.at("multipath").fail("expected a name without \"/\"");
   }
   DiskSpec spec = read_disk(value);
-  for (const Value &each : value.at("paths").list()) {
+  if (!spec.file.empty()) spec.file = (folder / spec.file).string();
+  const std::vector<Value> paths = value.at("paths").list();
+  for (const Value &each : paths) {
     const PathSpec &path = unit.paths.emplace_back(read_path(each, folder));
     if (path.device == nullptr) join_group(spec.groups, path.port, each);
   }
   unit.best_path = best_path(unit.paths, spec.groups);
-  const auto disk = std::make_shared<Disk>(std::move(spec));
-  for (PathSpec &path : unit.paths) {
-    if (path.device == nullptr) path.device = disk;
+  std::shared_ptr<Device> disk = std::make_shared<Disk>(std::move(spec));
+  read_hostile(value, disk);
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    std::shared_ptr<Device> &device = unit.paths[i].device;
+    if (device == nullptr) device = disk;
+    read_hostile(paths[i], device);
   }
   return unit;
 }
@@ -105,7 +118,7 @@ void require_distinct(const std::vector<UnitSpec> &units) {
 
 }  // namespace
 
-void install_file(Host &host, const std::string &file) {
+void install_file(Host &host, const std::string &file, const HostSpec &spec) {
   std::ifstream stream(file);
   if (!stream) throw ArrayError(file + ": " + std::strerror(errno));
   try {
@@ -119,7 +132,7 @@ void install_file(Host &host, const std::string &file) {
       units.push_back(read_unit(unit, std::filesystem::path(file).parent_path()));
     }
     require_distinct(units);
-    install(host, units, machine);
+    install(host, std::move(units), machine, spec);
   } catch (const json::parse_error &error) {
     // Its text names line and column, behind the library's own mark.
     const std::string text = error.what();

@@ -1,6 +1,8 @@
 #include "sim/disk.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "base/bytes.h"
 #include "sim/copy_parameters.h"
@@ -38,15 +40,76 @@ void require_service_action(const Command &command, std::uint8_t action) {
 
 }  // namespace
 
+/// What other processes share: brought up to date while it is held, and kept when it has changed.
+class Disk::SharedState {
+ public:
+  explicit SharedState(Disk &disk) : disk_(disk) {
+    if (!disk_.file_) return;
+    lock_.emplace(*disk_.file_);
+    kept_ = disk_.file_->load();
+    if (!kept_.is_null()) restore();
+  }
+
+  void keep() {
+    if (!lock_) return;
+    const nlohmann::json state = current();
+    if (state != kept_) disk_.file_->save(state);
+  }
+
+ private:
+  nlohmann::json current() const {
+    return {{"groups", disk_.groups_.state()},
+            {"reservations", disk_.reservations_.state()},
+            {"attentions", disk_.attentions_.state()}};
+  }
+
+  void restore() {
+    try {
+      disk_.groups_.restore(kept_.at("groups"));
+      disk_.reservations_.restore(kept_.at("reservations"));
+      disk_.attentions_.restore(kept_.at("attentions"));
+    } catch (const nlohmann::json::exception &error) {
+      disk_.file_->fail(error.what());
+    }
+  }
+
+  Disk &disk_;
+  std::optional<StateFile::Lock> lock_;
+  nlohmann::json kept_;
+};
+
 Disk::Disk(DiskSpec spec)
     : spec_(std::move(spec)),
       storage_(spec_.blocks, spec_.block_size),
       modes_(spec_),
-      groups_(spec_.groups) {}
+      groups_(spec_.groups) {
+  if (!spec_.file.empty()) storage_.keep_in(spec_.file);
+}
 
 void Disk::connect(const Nexus &nexus) {
   const std::scoped_lock lock(mutex_);
+  SharedState shared(*this);
   attentions_.connect(nexus);
+  shared.keep();
+}
+
+void Disk::keep_in(const std::filesystem::path &directory, const std::string &name) {
+  std::string own;
+  for (const std::uint8_t byte : spec_.naa) {
+    for (const int digit : {byte >> 4, byte & 0x0F})
+      own += "0123456789abcdef"[digit];
+  }
+  const std::scoped_lock lock(mutex_);
+  if (file_) return;  // another path was first
+  if (own.empty()) own = name;
+  file_.emplace(directory / (own + ".json"));
+  if (spec_.file.empty()) storage_.keep_in(directory / (own + ".blocks"));
+  SharedState(*this).keep();
+}
+
+std::vector<TargetPortGroup> Disk::target_port_groups() {
+  const std::scoped_lock lock(mutex_);
+  return groups_.list();
 }
 
 void Disk::reserve_elsewhere(bool reserve) {
@@ -61,6 +124,19 @@ void Disk::reserve_elsewhere(bool reserve) {
 
 Reply Disk::execute(const Command &command, const Port &port) {
   const std::scoped_lock lock(mutex_);
+  try {
+    SharedState shared(*this);
+    Reply reply = answer(command, port);
+    shared.keep();
+    return reply;
+  } catch (const StateError &error) {
+    constexpr std::uint16_t adapter_error = 7;
+    std::fprintf(stderr, "simulated host: %s\n", error.what());
+    return {.host_status = adapter_error};
+  }
+}
+
+Reply Disk::answer(const Command &command, const Port &port) {
   const Nexus nexus{command.initiator, port.relative_id};
   attentions_.connect(nexus);
   try {

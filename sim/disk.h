@@ -5,6 +5,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 
 #include "sim/command_rules.h"
 #include "sim/device.h"
@@ -12,6 +13,7 @@
 #include "sim/mode_pages.h"
 #include "sim/port_groups.h"
 #include "sim/reservations.h"
+#include "sim/state_file.h"
 #include "sim/storage.h"
 #include "sim/unit_attentions.h"
 
@@ -22,6 +24,8 @@ class Disk : public Device {
   explicit Disk(DiskSpec spec);
 
   void connect(const Nexus &nexus) override;
+  void keep_in(const std::filesystem::path &directory, const std::string &name) override;
+  std::vector<TargetPortGroup> target_port_groups() override;
   Reply execute(const Command &command, const Port &port) override;
 
   /// Another host, out of sight, takes the disk for itself alone (a persistent reservation of
@@ -29,6 +33,9 @@ class Disk : public Device {
   void reserve_elsewhere(bool reserve);
 
  private:
+  class SharedState;
+
+  Reply answer(const Command &command, const Port &port);
   /// Ends a command that must not be carried out now.
   void admit(const CommandRule &rule, const Nexus &nexus, const Port &port);
   Bytes perform(const Command &command, const Nexus &nexus, const Port &port);
@@ -52,6 +59,7 @@ class Disk : public Device {
   UnitAttentions attentions_;
   Reservations reservations_{attentions_};
   PortGroups groups_;
+  std::optional<StateFile> file_;  ///< where groups, reservations and attentions are kept
 };
 
 }  // namespace sim

@@ -83,6 +83,7 @@ DiskSpec read_disk(const Value &unit) {
     spec.blocks = unit.at("blocks").number(1, std::numeric_limits<std::uint64_t>::max());
   }
   if (unit.has("block_size")) spec.block_size = read_block_size(unit.at("block_size"));
+  unit.read("file", spec.file, 4096);
   if (unit.has("geometry")) spec.geometry = read_geometry(unit.at("geometry"));
   unit.read("answers_page_0", spec.answers_page_0);
   if (unit.has("copy")) spec.copy = read_copy(unit.at("copy"));

@@ -50,6 +50,7 @@ struct DiskSpec {
   std::optional<Sense> not_ready;  ///< why TEST UNIT READY and the medium's commands fail
   std::uint64_t blocks = 2'097'152;
   std::uint32_t block_size = 512;                 ///< 512 or 4096 bytes
+  std::string file{};                             ///< keeps the blocks; nothing does when empty
   std::optional<Geometry> geometry = Geometry{};  ///< no such mode pages when empty
   bool answers_page_0 = false;                    ///< has a (vendor's) mode page 0
   CopyParameters copy = CopyParameters::command;

@@ -89,6 +89,11 @@ std::vector<Node> Host::nodes() const {
   return list;
 }
 
+void Host::stop_recording() {
+  const std::scoped_lock lock(mutex_);
+  records_ = false;
+}
+
 std::vector<Request> Host::take_requests() {
   const std::scoped_lock lock(mutex_);
   return std::exchange(requests_, {});
@@ -206,10 +211,13 @@ int Host::sg_io(const Node &node, sg_io_hdr &header, Request request) {
   header.host_status = reply->host_status;
   // sg nodes do not report sense data that the caller gave no room for.
   const bool reports_sense = node.kind == NodeKind::block || header.mx_sb_len != 0;
-  header.driver_status = !reply->sense.empty() && reports_sense ? driver_sense : 0;
+  const unsigned short own_status = !reply->sense.empty() && reports_sense ? driver_sense : 0;
+  header.driver_status = reply->driver_status.value_or(own_status);
   header.sb_len_wr = static_cast<unsigned char>(sense);
-  header.resid = from_device ? static_cast<int>(header.dxfer_len - moved) : 0;
-  header.info = reply->status != 0 || reply->host_status != 0 ? SG_INFO_CHECK : SG_INFO_OK;
+  header.resid =
+      reply->residual.value_or(from_device ? static_cast<int>(header.dxfer_len - moved) : 0);
+  const bool is_clean = reply->status == 0 && reply->host_status == 0 && header.driver_status == 0;
+  header.info = is_clean ? SG_INFO_OK : SG_INFO_CHECK;
   return 0;
 }
 
@@ -249,7 +257,7 @@ std::optional<Reply> Host::answer(const Node &node, const Request &request) {
   const std::optional<Fault> fault = take_fault(node.name, request.cdb[0]);
   {
     const std::scoped_lock lock(mutex_);
-    requests_.push_back(request);
+    if (records_) requests_.push_back(request);
   }
   if (fault && fault->before) fault->before();
   if (fault && fault->error) {
@@ -261,6 +269,10 @@ std::optional<Reply> Host::answer(const Node &node, const Request &request) {
   cdb.resize(std::max(cdb.size(), cdb_room));
   Reply reply = node.device->execute({cdb, request.data_out, node.initiator}, node.port);
   if (fault && fault->change) fault->change(reply);
+  if (reply.error != 0) {
+    errno = reply.error;
+    return std::nullopt;
+  }
   return reply;
 }
 

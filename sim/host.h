@@ -88,6 +88,8 @@ class Host {
   std::vector<Node> nodes() const;
   /// The requests since the last call.
   std::vector<Request> take_requests();
+  /// From now on no request is recorded: under a program nobody would ever take them.
+  void stop_recording();
   int open_descriptors() const;
 
   // What interpose.cpp asks. An empty result means: not simulated, pass it on.
@@ -124,6 +126,7 @@ class Host {
   std::map<std::string, int> open_errors_;
   std::set<std::string> removed_;
   std::map<int, Descriptor> descriptors_;
+  bool records_ = true;
   std::vector<Request> requests_;
 };
 

@@ -88,9 +88,14 @@ Entry *read_entry(Directory &directory, Entry &entry) {
 
 }  // namespace
 
-int sim::platform::open(const char *name, int flags) {
+int sim::platform::open(const char *name, int flags, mode_t mode) {
   static auto *real = next<OpenFunction>("open");
-  return real(name, flags);
+  return real(name, flags, mode);
+}
+
+int sim::platform::close(int fd) {
+  static auto *real = next<int(int)>("close");
+  return real(fd);
 }
 
 extern "C" {
@@ -119,9 +124,8 @@ int __open_2(const char *path, int flags) { return open(path, flags); }
 int __open64_2(const char *path, int flags) { return open64(path, flags); }
 
 int close(int fd) {
-  static auto *real = next<int(int)>("close");
   sim::Host::instance().closed(fd);
-  return real(fd);
+  return sim::platform::close(fd);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept {

@@ -1,6 +1,7 @@
 #include "sim/port_groups.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "base/bytes.h"
 
@@ -73,6 +74,32 @@ bool PortGroups::set(std::span<const std::uint8_t> list) {
   }
   groups_ = std::move(updated);
   return changed;
+}
+
+std::vector<TargetPortGroup> PortGroups::list() const {
+  std::vector<TargetPortGroup> groups;
+  for (const Group &each : groups_)
+    groups.push_back(each.group);
+  return groups;
+}
+
+nlohmann::json PortGroups::state() const {
+  auto state = nlohmann::json::array();
+  for (const auto &[group, was_set] : groups_) {
+    state.push_back(
+        {{"id", group.id}, {"state", static_cast<unsigned>(group.state)}, {"was_set", was_set}});
+  }
+  return state;
+}
+
+void PortGroups::restore(const nlohmann::json &state) {
+  for (const nlohmann::json &kept : state) {
+    for (auto &[group, was_set] : groups_) {
+      if (group.id != kept.at("id").get<std::uint16_t>()) continue;
+      group.state = static_cast<AccessState>(kept.at("state").get<std::uint8_t>() & 0x03);
+      was_set = kept.at("was_set").get<bool>();
+    }
+  }
 }
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <vector>
 
@@ -27,6 +28,12 @@ class PortGroups {
   /// Takes the parameter list of SET TARGET PORT GROUPS: all of it or, when any of it is
   /// refused, nothing. The result says whether a state changed.
   bool set(std::span<const std::uint8_t> list);
+
+  std::vector<TargetPortGroup> list() const;
+
+  /// The states as they are now, and back again: what is kept for other processes.
+  nlohmann::json state() const;
+  void restore(const nlohmann::json &state);
 
  private:
   struct Group {

@@ -1,5 +1,7 @@
 // Preloaded under a program, the simulated host comes up by itself: KZSIM is "1" for the
-// demonstration array, or the name of a JSON file that describes one.
+// demonstration array, or the name of a JSON file that describes one. KZSIM_HOST and KZSIM_STORE
+// say which host it is, and where units keep their state between processes; KZSIM_HOSTILE makes
+// every device hostile.
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,11 +16,13 @@ namespace {
   const char *setting = std::getenv("KZSIM");
   if (setting == nullptr) return;
   sim::Host &host = sim::Host::instance();
+  host.stop_recording();
   try {
+    const sim::HostSpec spec = sim::HostSpec::from_environment();
     if (std::string_view(setting) == "1") {
-      sim::install(host, sim::demo_array());
+      sim::install(host, sim::demo_array(), "x86_64", spec);
     } else {
-      sim::install_file(host, setting);
+      sim::install_file(host, setting, spec);
     }
   } catch (const std::exception &error) {
     std::fprintf(stderr, "simulated host: %s\n", error.what());

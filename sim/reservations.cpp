@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/bytes.h"
+#include "sim/nexus_json.h"
 
 namespace sim {
 namespace {
@@ -210,6 +211,36 @@ void Reservations::tell_registrants_but(const Nexus &cause, const Sense &attenti
 void Reservations::seize(const Nexus &nexus, std::uint64_t key, ReservationType type) {
   set_key(nexus, key);
   reservation_ = {type, nexus};
+}
+
+nlohmann::json Reservations::state() const {
+  auto registrations = nlohmann::json::array();
+  for (const auto &[nexus, key] : registrations_) {
+    registrations.push_back({{"nexus", nexus}, {"key", key}});
+  }
+  nlohmann::json reservation;
+  if (reservation_) {
+    reservation = {{"type", static_cast<unsigned>(reservation_->type)},
+                   {"holder", reservation_->holder}};
+  }
+  return {{"registrations", registrations},
+          {"reservation", reservation},
+          {"generation", generation_},
+          {"through_power_loss", through_power_loss_}};
+}
+
+void Reservations::restore(const nlohmann::json &state) {
+  registrations_.clear();
+  for (const nlohmann::json &kept : state.at("registrations")) {
+    registrations_.push_back({kept.at("nexus").get<Nexus>(), kept.at("key").get<std::uint64_t>()});
+  }
+  reservation_.reset();
+  if (const auto &kept = state.at("reservation"); !kept.is_null()) {
+    reservation_ = {static_cast<ReservationType>(kept.at("type").get<std::uint8_t>()),
+                    kept.at("holder").get<Nexus>()};
+  }
+  generation_ = state.at("generation").get<std::uint32_t>();
+  through_power_loss_ = state.at("through_power_loss").get<bool>();
 }
 
 // --- PERSISTENT RESERVE IN ---

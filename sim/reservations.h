@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <span>
 #include <vector>
@@ -44,6 +45,10 @@ class Reservations {
   void seize(const Nexus &nexus, std::uint64_t key, ReservationType type);
   /// Ends a nexus's registration, and its reservation with it.
   void unregister(const Nexus &nexus);
+
+  /// Everything, and back again: what is kept for other processes.
+  nlohmann::json state() const;
+  void restore(const nlohmann::json &state);
 
  private:
   struct Registration {

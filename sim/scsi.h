@@ -61,6 +61,8 @@ struct Sense {
 
 inline constexpr Sense target_port_in_standby{0x02, 0x04, 0x0B};
 inline constexpr Sense target_port_unavailable{0x02, 0x04, 0x0C};
+inline constexpr Sense write_error{0x03, 0x0C, 0x00};
+inline constexpr Sense unrecovered_read_error{0x03, 0x11, 0x00};
 inline constexpr Sense parameter_list_length_error{0x05, 0x1A, 0x00};
 inline constexpr Sense invalid_operation_code{0x05, 0x20, 0x00};
 inline constexpr Sense lba_out_of_range{0x05, 0x21, 0x00};

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 
 #include "sim/device.h"
@@ -38,6 +39,10 @@ class UnitAttentions {
     pending.pop_front();
     return attention;
   }
+
+  /// What is pending, and back again: what is kept for other processes.
+  nlohmann::json state() const;
+  void restore(const nlohmann::json &state);
 
  private:
   std::map<Nexus, std::deque<Sense>> pending_;
