@@ -47,12 +47,22 @@ struct Command {
 };
 
 Command add_attribute(CLI::App &app, Context &context);
+Command add_capacity(CLI::App &app, Context &context);
 Command add_database(CLI::App &app, Context &context);
 Command add_decode(CLI::App &app, Context &context);
+Command add_descriptor(CLI::App &app, Context &context);
+Command add_copy_limits(CLI::App &app, Context &context);
 Command add_discover(CLI::App &app, Context &context);
+Command add_geometry(CLI::App &app, Context &context);
+Command add_groups(CLI::App &app, Context &context);
 Command add_identify(CLI::App &app, Context &context);
 Command add_inquiry(CLI::App &app, Context &context);
+Command add_modes(CLI::App &app, Context &context);
+Command add_read(CLI::App &app, Context &context);
 Command add_ready(CLI::App &app, Context &context);
+Command add_reservations(CLI::App &app, Context &context);
+Command add_reserved(CLI::App &app, Context &context);
 Command add_send(CLI::App &app, Context &context);
+Command add_write(CLI::App &app, Context &context);
 
 }  // namespace tool

@@ -1,6 +1,5 @@
 // kzddl attribute: one attribute of a disk, out of the property database, which fetches a
 // dynamic one from whoever is registered for it.
-#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -8,6 +7,7 @@
 #include "tools/app.h"
 #include "tools/asl.h"
 #include "tools/discovery.h"
+#include "tools/geometry.h"
 #include "tools/property.h"
 
 namespace tool {
@@ -19,12 +19,10 @@ struct Options {
   std::string asl_file;
 };
 
-/// Discovers the host's nodes, and the disk if it is not one of them: what is known of a disk
-/// depends on the nodes that lead to the same unit. Throws what kept the disk from answering.
+/// What is known of a disk depends on the nodes that lead to the same unit. Throws what kept the
+/// disk from answering.
 void discover_around(const std::string &disk) {
-  std::vector<std::string> nodes = find_nodes();
-  if (std::find(nodes.begin(), nodes.end(), disk) == nodes.end()) nodes.push_back(disk);
-  for (const Unanswered &node : discover(nodes).unanswered) {
+  for (const Unanswered &node : discover_with({disk}).unanswered) {
     if (node.node == escaped(disk)) throw node.error;
   }
 }
@@ -39,30 +37,10 @@ std::optional<disk_geom> geometry_in(const std::string &attribute, const Value &
   return geometry;
 }
 
-View geometry_view(const disk_geom &geometry) {
-  const bool derived = (geometry.flags & KZDDL_GEOM_DERIVED) != 0;
-  const auto number = [](auto count) { return fmt::format("{}", count); };
-  ViewBuilder view("Geometry");
-  view.field("Cylinders", "cylinders",
-             number(geometry.cylinders) + (derived ? ", derived from the capacity" : ""),
-             geometry.cylinders);
-  view.value("cylinders_derived", derived);
-  view.field("Heads", "heads", number(geometry.heads), geometry.heads);
-  view.field("Sectors per track", "sectors_per_track", number(geometry.sectors_per_track),
-             geometry.sectors_per_track);
-  view.field("Bytes per sector", "bytes_per_sector", number(geometry.bytes_per_sector),
-             geometry.bytes_per_sector);
-  view.field("Rotation rate", "rotation_rate", fmt::format("{} a minute", geometry.rotation_rate),
-             geometry.rotation_rate);
-  view.field("Capacity", "capacity", fmt::format("{} sectors", geometry.capacity),
-             geometry.capacity);
-  return view.build();
-}
-
 View value_view(const std::string &attribute, const Value &value) {
   View view{value.shown() + "\n", value.json()};
   if (const std::optional<disk_geom> geometry = geometry_in(attribute, value)) {
-    const View decoded = geometry_view(*geometry);
+    const View decoded = geometry_view("Geometry", *geometry);
     view.text = decoded.text;
     view.json["geometry"] = decoded.json;
   }

@@ -4,7 +4,11 @@
 
 #include "capture/capture.h"
 #include "tools/app.h"
+#include "tools/capacity.h"
+#include "tools/copy_limits.h"
 #include "tools/inquiry_view.h"
+#include "tools/mode_view.h"
+#include "tools/port_groups.h"
 #include "tools/vpd.h"
 
 namespace tool {
@@ -29,24 +33,40 @@ View decode_page(ByteSpan reply) {
   return vpd_view(reply);
 }
 
+View decode_modes_as(ByteSpan reply, ModeForm form) {
+  return mode_view(form == ModeForm::ten ? "MODE SENSE (10) data" : "MODE SENSE (6) data", reply,
+                   form);
+}
+
+View decode_modes(ByteSpan reply) { return decode_modes_as(reply, mode_form_of(reply)); }
+View decode_modes_10(ByteSpan reply) { return decode_modes_as(reply, ModeForm::ten); }
+
 constexpr Decoder decoders[] = {
     {"inquiry", "standard inquiry data", standard_inquiry_view},
     {"vpd00", "Supported VPD Pages", decode_page<vpd::supported_pages>},
     {"vpd80", "Unit Serial Number", decode_page<vpd::unit_serial_number>},
     {"vpd83", "Device Identification", decode_page<vpd::device_identification>},
+    {"groups", "REPORT TARGET PORT GROUPS", captured_port_groups_view},
+    {"capacity", "READ CAPACITY (10) or (16), by its length", captured_capacity_view},
+    {"modes", "MODE SENSE (6), or (10) by its length or with --ten", decode_modes},
+    {"copy-limits", "RECEIVE COPY RESULTS, operating parameters", captured_copy_limits_view},
 };
 
 struct Options {
   std::string kind;
   std::string file;
+  bool ten = false;
 };
 
 void run(const Context &context, const Options &options) {
   const auto *decoder =
       std::find_if(std::begin(decoders), std::end(decoders),
                    [&](const Decoder &candidate) { return candidate.kind == options.kind; });
+  const bool of_modes = decoder->decode == decode_modes;
+  if (options.ten && !of_modes) throw Error::usage("--ten is for the kind modes");
+  const auto decode = options.ten ? decode_modes_10 : decoder->decode;
   try {
-    context.print(decoder->decode(capture::load(options.file)));
+    context.print(decode(capture::load(options.file)));
   } catch (const capture::Error &error) {
     throw Error::usage(fmt::format("decode {}", error.what()));
   } catch (const Error &error) {
@@ -64,7 +84,7 @@ std::vector<std::string> kinds() {
 std::string kinds_help() {
   std::string text = "Kinds:\n";
   for (const Decoder &decoder : decoders) {
-    text += fmt::format("  {:<10}{}\n", decoder.kind, decoder.description);
+    text += fmt::format("  {:<13}{}\n", decoder.kind, decoder.description);
   }
   return text;
 }
@@ -84,6 +104,7 @@ Command add_decode(CLI::App &app, Context &context) {
                    "comments; \"-\" is standard input")
       ->required()
       ->option_text(" ");
+  parser->add_flag("--ten", options->ten, "Mode parameters of MODE SENSE (10)")->option_text(" ");
   parser->footer(kinds_help() +
                  "\nA reply that is cut short is decoded as far as it goes.\n\n"
                  "Examples:\n"

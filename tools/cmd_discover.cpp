@@ -2,7 +2,9 @@
 #include <algorithm>
 
 #include "tools/app.h"
+#include "tools/capacity.h"
 #include "tools/discovery.h"
+#include "tools/discovery_dot.h"
 #include "tools/vpd.h"
 
 namespace tool {
@@ -10,18 +12,69 @@ namespace {
 
 // --- text ---
 
-Columns::Row path_row(std::string_view kind, const Path &path) {
-  return {std::string(kind), path.node, path.number.text(), path.readiness.words()};
+Columns::Row path_row(const Path &path) {
+  return {path.node, path.number.text(), path.readiness.words()};
 }
 
-/// Multipath nodes before the paths behind them.
-std::vector<Columns::Row> path_rows(const LogicalUnit &unit) {
+/// What hangs below a unit: a node, or a port group and the paths through it.
+struct Branch {
+  std::string group;
   std::vector<Columns::Row> rows;
+};
+
+/// Multipath nodes before the paths behind them.
+std::vector<Branch> branches(const LogicalUnit &unit) {
+  std::vector<Branch> list;
+  const auto add_node = [&list](std::string_view kind, const Path &path) {
+    Columns::Row row = path_row(path);
+    row.insert(row.begin(), std::string(kind));
+    list.push_back({{}, {std::move(row)}});
+  };
   for (const Path &path : unit.multipath_nodes)
-    rows.push_back(path_row("multipath", path));
-  for (const Path &path : unit.paths)
-    rows.push_back(path_row("path", path));
-  return rows;
+    add_node("multipath", path);
+  for (const Path &path : unit.paths) {
+    if (!path.access) {
+      add_node("path", path);
+    } else {
+      const std::string group = path.access->words();
+      if (list.empty() || list.back().group != group) list.push_back({group, {}});
+      list.back().rows.push_back(path_row(path));
+    }
+  }
+  return list;
+}
+
+/// The columns of nodes right below a unit, and of paths below a port group.
+struct TreeColumns {
+  Columns nodes;
+  Columns grouped;
+
+  Columns &of(const Branch &branch) { return branch.group.empty() ? nodes : grouped; }
+  const Columns &of(const Branch &branch) const { return branch.group.empty() ? nodes : grouped; }
+};
+
+/// One of several things below `stem`: what its first line and the further ones begin with.
+Prefix tree_prefix(const std::string &stem, bool is_last) {
+  const TreeMarks &marks = tree_marks();
+  return {stem + std::string(is_last ? marks.last : marks.branch),
+          stem + std::string(is_last ? marks.blank : marks.bar)};
+}
+
+std::string rows_text(const Branch &branch, const std::string &stem, bool is_last,
+                      const TreeColumns &columns) {
+  std::string text;
+  for (const Columns::Row &row : branch.rows) {
+    const bool ends = is_last && &row == &branch.rows.back();
+    text += columns.of(branch).line(tree_prefix(stem, ends), row);
+  }
+  return text;
+}
+
+std::string branch_text(const Branch &branch, const std::string &stem, bool is_last,
+                        const TreeColumns &columns) {
+  if (branch.group.empty()) return rows_text(branch, stem, is_last, columns);
+  const Prefix prefix = tree_prefix(stem, is_last);
+  return paragraph(prefix, branch.group) + rows_text(branch, prefix.next, true, columns);
 }
 
 std::string maker_text(const LogicalUnit &unit) {
@@ -34,20 +87,23 @@ std::string maker_text(const LogicalUnit &unit) {
   return text + (unit.cabinet.empty() ? ", no cabinet serial" : ", cabinet " + unit.cabinet);
 }
 
-std::string unit_text(const LogicalUnit &unit, bool is_last, const Columns &columns) {
-  const TreeMarks &marks = tree_marks();
-  const std::string stem(is_last ? marks.blank : marks.bar);
+std::string size_text(const LogicalUnit &unit) {
+  std::string text;
+  if (unit.capacity) text += ", " + size_words(static_cast<double>(*unit.capacity));
+  if (unit.block_size) text += fmt::format(", {}-byte blocks", *unit.block_size);
+  return text;
+}
+
+std::string unit_text(const LogicalUnit &unit, bool is_last, const TreeColumns &columns) {
+  const Prefix prefix = tree_prefix("", is_last);
+  const std::string &stem = prefix.next;
   std::string text =
-      paragraph({std::string(is_last ? marks.last : marks.branch), stem},
-                fmt::format("{} {}", identifier_type_words(unit.identifier_kind), unit.identifier));
-  const std::vector<Columns::Row> rows = path_rows(unit);
+      paragraph(prefix, fmt::format("{} {}{}", identifier_type_words(unit.identifier_kind),
+                                    unit.identifier, size_text(unit)));
   text += paragraph(Prefix(stem), maker_text(unit));
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const bool ends = i + 1 == rows.size();
-    text += columns.line({stem + std::string(ends ? marks.last : marks.branch),
-                          stem + std::string(ends ? marks.blank : marks.bar)},
-                         rows[i]);
-  }
+  const std::vector<Branch> list = branches(unit);
+  for (const Branch &branch : list)
+    text += branch_text(branch, stem, &branch == &list.back(), columns);
   return text + (is_last ? "" : paragraph(Prefix(stem), ""));
 }
 
@@ -72,10 +128,12 @@ std::string summary(const Discovery &found) {
 }
 
 std::string tree(const Discovery &found) {
-  Columns columns;
+  TreeColumns columns;
   for (const LogicalUnit &unit : found.units) {
-    for (const Columns::Row &row : path_rows(unit))
-      columns.measure(row);
+    for (const Branch &branch : branches(unit)) {
+      for (const Columns::Row &row : branch.rows)
+        columns.of(branch).measure(row);
+    }
   }
   std::string text = summary(found) + "\n";
   for (const LogicalUnit &unit : found.units) {
@@ -89,11 +147,15 @@ std::string tree(const Discovery &found) {
 Json paths_json(const std::vector<Path> &paths) {
   Json list = Json::array();
   for (const Path &path : paths) {
-    list.push_back({{"node", path.node},
-                    {"major", path.number.major},
-                    {"minor", path.number.minor},
-                    {"ready", path.readiness.ready},
-                    {"reason", path.readiness.ready ? Json() : Json(path.readiness.reason)}});
+    list.push_back(
+        {{"node", path.node},
+         {"major", path.number.major},
+         {"minor", path.number.minor},
+         {"port_group", path.access ? Json(path.access->group) : Json()},
+         {"access_state", path.access ? Json(access_state_words(path.access->state)) : Json()},
+         {"preferred", path.access ? Json(path.access->preferred) : Json()},
+         {"ready", path.readiness.ready},
+         {"reason", path.readiness.ready ? Json() : Json(path.readiness.reason)}});
   }
   return list;
 }
@@ -106,6 +168,8 @@ Json unit_json(const LogicalUnit &unit) {
           {"vendor", unit.vendor},
           {"product", unit.product},
           {"revision", unit.revision},
+          {"capacity", json_or_null(unit.capacity)},
+          {"block_size", json_or_null(unit.block_size)},
           {"cabinet_serial", unit.cabinet.empty() ? Json() : Json(unit.cabinet)},
           {"multipath_nodes", paths_json(unit.multipath_nodes)},
           {"paths", paths_json(unit.paths)}};
@@ -122,11 +186,23 @@ Json discovery_json(const Discovery &found) {
   return {{"logical_units", std::move(units)}, {"unanswered_nodes", std::move(unanswered)}};
 }
 
-void run(Context &context, std::vector<std::string> nodes) {
+struct Options {
+  std::vector<std::string> nodes;
+  bool dot = false;
+};
+
+void run(Context &context, const Options &options) {
+  if (options.dot && context.json)
+    throw Error::usage("discover: --dot and --json exclude each other");
+  std::vector<std::string> nodes = options.nodes;
   if (nodes.empty()) nodes = find_nodes();
   const Discovery found = discover(nodes);
   for (const Unanswered &node : found.unanswered)
     context.report(node.error);
+  if (options.dot) {
+    fmt::print("{}", discovery_dot(found));
+    return;
+  }
   const std::string text =
       nodes.empty() ? "No devices: no sd disks in /proc/partitions, no multipath nodes in "
                       "/dev/kz/rjox.\n"
@@ -139,18 +215,21 @@ void run(Context &context, std::vector<std::string> nodes) {
 Command add_discover(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("discover", "Find the logical units and the paths that lead to them");
-  const auto nodes = std::make_shared<std::vector<std::string>>();
-  parser->add_option("NODE", *nodes, "Device nodes; without them, all that the host has")
+  const auto options = std::make_shared<Options>();
+  parser->add_option("NODE", options->nodes, "Device nodes; without them, all that the host has")
       ->option_text("...");
+  parser->add_flag("--dot", options->dot, "Print a drawing for Graphviz");
   parser->footer(
       "Asks each node who it is and whether it is ready, and puts nodes that lead to\n"
       "the same logical unit together. Without nodes it asks the sd disks that\n"
-      "/proc/partitions lists and the multipath nodes in /dev/kz/rjox.\n\n"
+      "/proc/partitions lists and the multipath nodes in /dev/kz/rjox. Paths stand\n"
+      "below their target port groups, the ones in the best access state first.\n\n"
       "Examples:\n"
       "  kzddl --sim discover\n"
       "  kzddl discover --route direct /dev/sda /dev/sdb\n"
-      "  kzddl --sim=array.json discover --json");
-  return {parser, [&context, nodes] { run(context, *nodes); }};
+      "  kzddl --sim=array.json discover --json\n"
+      "  kzddl --sim discover --dot | dot -Tpng -o array.png");
+  return {parser, [&context, options] { run(context, *options); }};
 }
 
 }  // namespace tool

@@ -17,8 +17,6 @@ constexpr std::int16_t status_not_written = -1;
 constexpr char no_control_node[] =
     "cannot open the control node /dev/kz/joxconfig (--route direct does without)";
 
-bool is_direct() { return std::strcmp(scsi_version, "32") == 0; }
-
 /// Words for a request that never got to the device.
 [[noreturn]] void throw_not_sent(const Device &device, std::string_view operation, int error) {
   throw Error(operation, device.name(), std::strerror(error));
@@ -39,6 +37,8 @@ std::size_t transferred(const uscsi_cmd &request) {
 }
 
 }  // namespace
+
+bool is_direct_route() { return std::strcmp(scsi_version, "32") == 0; }
 
 std::string Completion::reason() const {
   if (status == scsi_status::good) return host_status_words(combined);
@@ -67,7 +67,7 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data,
     return legacy_completion(result, data);
   }
   if (result < 0) throw_not_sent(device, operation, error);
-  if (result == ENODEV && !is_direct() && request.uscsi_status == scsi_status::good) {
+  if (result == ENODEV && !is_direct_route() && request.uscsi_status == scsi_status::good) {
     throw Error(operation, device.name(), no_control_node);
   }
   const std::size_t sense_size = std::min<std::size_t>(request.uscsi_rqresid, sense.size());
@@ -79,7 +79,7 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data,
 
 std::string result_words(int result) {
   if (result > 0) return std::strerror(result);
-  if (result == -ENODEV && !is_direct()) return no_control_node;
+  if (result == -ENODEV && !is_direct_route()) return no_control_node;
   if (ddl_is_arch_ia64() == 0) return combined_status_words(static_cast<unsigned>(-result));
   return result == -1 ? "the device announces no data"
                       : scsi_status_words(static_cast<std::uint8_t>(-result));

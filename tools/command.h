@@ -29,10 +29,15 @@ struct Completion {
   std::size_t transferred = 0;  ///< bytes of data that moved
   std::optional<Sense> sense{};
 
-  bool ok() const { return combined == 0; }
+  /// The masked status alone would take TASK ABORTED (40h) for GOOD.
+  bool ok() const { return combined == 0 && status == scsi_status::good; }
+  bool is_unit_attention() const { return sense && sense->key == sense_key::unit_attention; }
   /// Why it is not ok, in words.
   std::string reason() const;
 };
+
+/// Do commands go to the opened node, past the multipath driver?
+bool is_direct_route();
 
 /// Sends `cdb`. Throws Error, which names `operation`, when it cannot be handed to the device.
 Completion send_command(Device &device, ByteSpan cdb, const Data &data, std::string_view operation);

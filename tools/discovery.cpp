@@ -6,8 +6,10 @@
 
 #include "base/bytes.h"
 #include "kzddl/kzmisc_identity.h"
+#include "tools/capacity.h"
 #include "tools/device.h"
 #include "tools/inquiry.h"
+#include "tools/port_groups.h"
 #include "tools/property.h"
 #include "tools/scsi_words.h"
 #include "tools/vpd.h"
@@ -48,13 +50,34 @@ std::string port_words(ByteSpan page) {
   return group + (group.empty() || port.empty() ? "" : ", ") + port;
 }
 
-/// A multipath node leads to a port at one time and to another at another.
-std::string controller_of(Device &device, const Identity &identity) {
+/// The Device Identification page of a path, empty where there is none. A multipath node leads to
+/// a port at one time and to another at another.
+std::vector<std::uint8_t> port_page(Device &device, const Identity &identity) {
   if (is_multipath(device.path()->devname) || identity.kind == KZDDL_NO_DESIGNATOR) return {};
   try {
-    return port_words(read_inquiry(device, vpd::device_identification));
+    return read_inquiry(device, vpd::device_identification);
   } catch (const Error &) {
     return {};
+  }
+}
+
+std::optional<AccessPath> access_of(Device &device, ByteSpan inquiry, ByteSpan page) {
+  constexpr std::uint8_t has_port_groups = 0x30;
+  if (page.empty() || inquiry.size() < 6 || (inquiry[5] & has_port_groups) == 0) return {};
+  try {
+    return access_path(device, page);
+  } catch (const Error &) {
+    return {};
+  }
+}
+
+void measure(Disk &disk, Device &device) {
+  try {
+    const Capacity capacity = read_capacity(device);
+    disk.block_size = fmt::format("{}", capacity.block_size);
+    if (const auto bytes = capacity.bytes()) disk.capacity = fmt::format("{}", *bytes);
+  } catch (const Error &) {
+    // A disk without a capacity is one all the same.
   }
 }
 
@@ -65,15 +88,20 @@ Disk survey(const std::string &node) {
     throw Error("inquiry", device.name(), "there is no logical unit at this address");
   }
   const Identity identity = identify_or_name(device);
-  return {.node = node,
-          .identity = identity,
-          .device_type = device_type_words(inquiry[0] & 0x1F),
-          .vendor = field(inquiry, 8, 8),
-          .product = field(inquiry, 16, 16),
-          .revision = field(inquiry, 32, 4),
-          .controller = controller_of(device, identity),
-          .number = device.number(),
-          .readiness = readiness_of(device)};
+  const std::vector<std::uint8_t> page = port_page(device, identity);
+  Disk disk{.node = node,
+            .identity = identity,
+            .device_type = device_type_words(inquiry[0] & 0x1F),
+            .vendor = field(inquiry, 8, 8),
+            .product = field(inquiry, 16, 16),
+            .revision = field(inquiry, 32, 4),
+            .controller = port_words(page),
+            .number = device.number(),
+            .access = access_of(device, inquiry, page),
+            .readiness = readiness_of(device)};
+  constexpr std::uint8_t direct_access = 0;
+  if (disk.readiness.ready && (inquiry[0] & 0x1F) == direct_access) measure(disk, device);
+  return disk;
 }
 
 }  // namespace
@@ -91,6 +119,14 @@ Discovery discover(const std::vector<std::string> &nodes) {
   link_multipath_names();
   found.units = read_units(nodes);
   return found;
+}
+
+Discovery discover_with(const std::vector<std::string> &disks) {
+  std::vector<std::string> nodes = find_nodes();
+  for (const std::string &disk : disks) {
+    if (std::find(nodes.begin(), nodes.end(), disk) == nodes.end()) nodes.push_back(disk);
+  }
+  return discover(nodes);
 }
 
 }  // namespace tool

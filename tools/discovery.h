@@ -25,4 +25,7 @@ struct Discovery {
 /// Asks each node in turn. The property database then holds those that answered, and no others.
 Discovery discover(const std::vector<std::string> &nodes);
 
+/// Asks the host's nodes, and the disks that are not among them.
+Discovery discover_with(const std::vector<std::string> &disks);
+
 }  // namespace tool

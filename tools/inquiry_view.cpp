@@ -12,17 +12,6 @@
 namespace tool {
 namespace {
 
-std::string cut_short_note(std::size_t present, std::size_t announced) {
-  return fmt::format("  Cut short: {} of {} are here.\n", present, counted(announced, "byte"));
-}
-
-void add_size(ViewBuilder &view, std::size_t present, std::size_t announced) {
-  view.value("length", present);
-  view.value("announced_length", announced);
-  view.value("cut_short", present < announced);
-  if (present < announced) view.append(cut_short_note(present, announced));
-}
-
 // --- standard inquiry data ---
 
 std::string qualifier_words(unsigned qualifier) {
@@ -44,8 +33,6 @@ std::string tpgs_words(unsigned tpgs) {
                                                "implicit and explicit"};
   return std::string(words[tpgs & 0x03]);
 }
-
-std::string yes_no(bool value) { return value ? "yes" : "no"; }
 
 struct Feature {
   std::size_t byte;
@@ -209,7 +196,7 @@ View standard_inquiry_view(ByteSpan reply) {
   const ByteSpan data = reply.first(std::min(reply.size(), announced));
   ViewBuilder view(fmt::format("Standard inquiry data, {}", counted(data.size(), "byte")));
   view.value("page", "standard");
-  add_size(view, data.size(), announced);
+  view.size(data.size(), announced);
   add_standard_fields(view, data);
   return view.build();
 }
@@ -233,7 +220,7 @@ View vpd_view(ByteSpan reply) {
       view.append(hex_dump(page.body));
       view.value("hex", hex(page.body));
   }
-  add_size(view, page.present, page.announced);
+  view.size(page.present, page.announced);
   return view.build();
 }
 

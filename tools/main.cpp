@@ -27,8 +27,9 @@ class HelpFormatter : public CLI::Formatter {
 };
 
 constexpr Command (*add_functions[])(CLI::App &, Context &) = {
-    add_discover, add_inquiry, add_identify, add_ready,
-    add_send,     add_decode,  add_database, add_attribute,
+    add_discover, add_inquiry,   add_identify, add_ready,        add_send,        add_decode,
+    add_database, add_attribute, add_groups,   add_reservations, add_copy_limits, add_descriptor,
+    add_capacity, add_modes,     add_geometry, add_read,         add_write,       add_reserved,
 };
 
 /// What a flag without a value holds.
@@ -36,7 +37,7 @@ constexpr char bare_flag[] = "true";
 
 struct GlobalOptions {
   std::string route = "indirect";
-  std::string array;
+  Simulation simulation;
   CLI::Option *simulate = nullptr;
 };
 
@@ -46,10 +47,26 @@ void add_global_options(CLI::App &app, GlobalOptions &options, Context &context)
                  "through the multipath driver, \"direct\" on the node")
       ->check(CLI::IsMember({"direct", "indirect"}))
       ->option_text("ROUTE");
-  options.simulate = app.add_flag("--sim", options.array,
+  options.simulate = app.add_flag("--sim", options.simulation.array,
                                   "Run on the simulated host: its demonstration array, or\n"
                                   "the one that a JSON file describes")
                          ->option_text("[=FILE]");
+  app.add_option("--sim-store", options.simulation.store,
+                 "Directory where simulated units keep their state\n"
+                 "from one run to the next")
+      ->needs(options.simulate)
+      ->check(CLI::ExistingDirectory)
+      ->option_text("DIR");
+  app.add_option("--sim-host", options.simulation.host,
+                 "Name of the simulated host: another name, another\n"
+                 "initiator (host-a)")
+      ->needs(options.simulate)
+      ->option_text("NAME");
+  app.add_option("--sim-hostile", options.simulation.hostile,
+                 "Make every simulated device hostile: it lies, in ways\n"
+                 "that the seed (a whole number) decides")
+      ->needs(options.simulate)
+      ->option_text("SEED");
   app.add_flag("--json", context.json, "Print JSON");
   app.set_version_flag("--version", "kzddl " KZDDL_VERSION);
 }
@@ -83,7 +100,8 @@ void run(int argc, char **argv, Context &context) {
     throw Error::usage("a subcommand is required (kzddl --help lists them)");
   }
   if (options.simulate->count() != 0) {
-    enter_simulation(options.array == bare_flag ? "" : options.array, argv);
+    if (options.simulation.array == bare_flag) options.simulation.array.clear();
+    enter_simulation(options.simulation, argv);
   }
   kzscsi_set_version(options.route == "direct" ? "32" : "35");
   for (const Command &command : commands) {

@@ -4,17 +4,10 @@
 
 #include <array>
 
+#include "tools/query.h"
+
 namespace tool {
 namespace {
-
-Completion send(Device &device) {
-  constexpr std::array<std::uint8_t, 6> test_unit_ready_cdb{};
-  return send_command(device, test_unit_ready_cdb, {}, "ready");
-}
-
-bool is_unit_attention(const Completion &completion) {
-  return completion.sense && completion.sense->key == sense_key::unit_attention;
-}
 
 /// The sense data speak for themselves; that the key is NOT READY has been said already.
 std::string reason_of(const Completion &completion) {
@@ -38,8 +31,8 @@ Readiness readiness_from_words(std::string_view words) {
 }
 
 Readiness test_unit_ready(Device &device) {
-  Completion completion = send(device);
-  if (is_unit_attention(completion)) completion = send(device);
+  constexpr std::array<std::uint8_t, 6> test_unit_ready_cdb{};
+  const Completion completion = send_past_attention(device, test_unit_ready_cdb, {}, "ready");
   if (completion.ok()) return {.ready = true, .reason = {}};
   return {.ready = false, .reason = reason_of(completion), .sense = completion.sense};
 }

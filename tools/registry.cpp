@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <tuple>
 
 #include "tools/property.h"
 
@@ -26,10 +27,17 @@ constexpr TextAttribute text_attributes[] = {
     {property::vendor, [](Disk &disk) -> std::string & { return disk.vendor; }},
     {property::product, [](Disk &disk) -> std::string & { return disk.product; }},
     {property::revision, [](Disk &disk) -> std::string & { return disk.revision; }},
+    {property::capacity, [](Disk &disk) -> std::string & { return disk.capacity; }},
+    {property::block_size, [](Disk &disk) -> std::string & { return disk.block_size; }},
     {property::controller, [](Disk &disk) -> std::string & { return disk.controller; }},
 };
 
 std::string kind_text(std::uint8_t kind) { return fmt::format("{:02X}", kind); }
+
+AccessPath &access_of(Disk &disk) {
+  if (!disk.access) disk.access.emplace();
+  return *disk.access;
+}
 
 /// What a disk's links say of it.
 void read_attribute(Disk &disk, const Link &link) {
@@ -40,6 +48,12 @@ void read_attribute(Disk &disk, const Link &link) {
     std::sscanf(text.c_str(), "%u:%u", &disk.number.major, &disk.number.minor);
   } else if (link.property == property::ready) {
     disk.readiness = readiness_from_words(text);
+  } else if (link.property == property::port_group) {
+    access_of(disk).group = static_cast<unsigned>(std::stoul(text));
+  } else if (link.property == property::access_state) {
+    access_of(disk).state = access_state_from_words(text);
+  } else if (link.property == property::preferred) {
+    access_of(disk).preferred = text == yes_no(true);
   } else {
     for (const TextAttribute &attribute : text_attributes) {
       if (link.property == attribute.property) attribute.in(disk) = text;
@@ -70,6 +84,12 @@ std::vector<Disk> disks_of_unit(const Disk &disk) {
   return disks;
 }
 
+/// Of two paths the better one has the lower rank. "/dev/sdz" comes before "/dev/sdaa".
+auto rank(const Path &path) {
+  return std::tuple(path.access ? 0 : 1, path.access.value_or(AccessPath{}).rank(),
+                    path.node.size(), path.node);
+}
+
 LogicalUnit unit_of(const Disk &disk) {
   return {
       .identifier = escaped(disk.identity.identifier),
@@ -78,6 +98,8 @@ LogicalUnit unit_of(const Disk &disk) {
       .vendor = escaped(disk.vendor),
       .product = escaped(disk.product),
       .revision = escaped(disk.revision),
+      .capacity = {},
+      .block_size = {},
       .cabinet = escaped(disk.identity.cabinet),
       .multipath_nodes = {},
       .paths = {},
@@ -99,6 +121,11 @@ void store_disk(const Disk &disk) {
   }
   store(property::lun_id_type, kind_text(disk.identity.kind));
   store(property::device_number, disk.number.text());
+  if (disk.access) {
+    store(property::port_group, std::to_string(disk.access->group));
+    store(property::access_state, access_state_words(disk.access->state));
+    store(property::preferred, yes_no(disk.access->preferred));
+  }
   store(property::ready, disk.readiness.words());
 }
 
@@ -132,10 +159,15 @@ std::vector<LogicalUnit> read_units(const std::vector<std::string> &nodes) {
     std::sort(disks.begin(), disks.end(), comes_first);
     for (const Disk &disk : disks) {
       placed.insert(disk.node);
+      if (!disk.capacity.empty()) unit.capacity = std::stoull(disk.capacity);
+      if (!disk.block_size.empty()) unit.block_size = std::stoull(disk.block_size);
       (is_multipath(disk.node) ? unit.multipath_nodes : unit.paths)
-          .push_back(
-              {.node = escaped(disk.node), .number = disk.number, .readiness = disk.readiness});
+          .push_back({.node = escaped(disk.node),
+                      .number = disk.number,
+                      .access = disk.access,
+                      .readiness = disk.readiness});
     }
+    std::ranges::sort(unit.paths, {}, rank);
   }
   return units;
 }

@@ -3,11 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kzddl/kzmisc_geometry.h"
 #include "tools/identity.h"
+#include "tools/port_groups.h"
 #include "tools/readiness.h"
 
 namespace tool {
@@ -22,10 +24,15 @@ inline constexpr char device_type[] = "DEVICE_TYPE";
 inline constexpr char vendor[] = "VENDOR";
 inline constexpr char product[] = "PRODUCT";
 inline constexpr char revision[] = "REVISION";
+inline constexpr char capacity[] = "CAPACITY";  ///< bytes; with the next one, where told
+inline constexpr char block_size[] = "BLOCK_SIZE";
 inline constexpr char cabinet[] = "CABINET";        ///< serial number
 inline constexpr char controller[] = "CONTROLLER";  ///< "port group 1, port 2"
 inline constexpr char device_number[] = "DEVICE_NUMBER";
-inline constexpr char ready[] = "READY";  ///< "ready", or why not
+inline constexpr char port_group[] = "PORT_GROUP";      ///< number; with the next two, where told
+inline constexpr char access_state[] = "ACCESS_STATE";  ///< "active/optimized"
+inline constexpr char preferred[] = "PREFERRED";        ///< "yes" or "no"
+inline constexpr char ready[] = "READY";                ///< "ready", or why not
 }  // namespace property
 
 /// A node that answered. Texts are as the device gave them; empty where it gave none.
@@ -36,8 +43,11 @@ struct Disk {
   std::string vendor;
   std::string product;
   std::string revision;
+  std::string capacity;  ///< bytes, in decimal
+  std::string block_size;
   std::string controller;
   DeviceNumber number;
+  std::optional<AccessPath> access;
   Readiness readiness;  ///< without sense data when it is read back
 };
 
@@ -45,6 +55,7 @@ struct Disk {
 struct Path {
   std::string node;
   DeviceNumber number;
+  std::optional<AccessPath> access;  ///< nothing without port groups
   Readiness readiness;
 };
 
@@ -56,6 +67,8 @@ struct LogicalUnit {
   std::string vendor;
   std::string product;
   std::string revision;
+  std::optional<std::uint64_t> capacity;  ///< bytes
+  std::optional<std::uint64_t> block_size;
   std::string cabinet;  ///< empty when it has no serial number
   std::vector<Path> multipath_nodes;
   std::vector<Path> paths;
@@ -67,8 +80,9 @@ void store_disk(const Disk &disk);
 /// Links the nodes of each unit with the names of its multipath nodes.
 void link_multipath_names();
 
-/// Puts the nodes that lead to one logical unit together. Units and nodes stand in the order of
-/// `nodes`; nodes that are not stored are passed over.
+/// Puts the nodes that lead to one logical unit together. Units and multipath nodes stand in the
+/// order of `nodes`, paths by their access states, the best ones first, and then by their names.
+/// Nodes that are not stored are passed over.
 std::vector<LogicalUnit> read_units(const std::vector<std::string> &nodes);
 
 }  // namespace tool

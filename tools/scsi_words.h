@@ -12,6 +12,7 @@ namespace tool {
 namespace scsi_status {
 inline constexpr std::uint8_t good = 0x00;
 inline constexpr std::uint8_t check_condition = 0x02;
+inline constexpr std::uint8_t reservation_conflict = 0x18;
 }  // namespace scsi_status
 
 namespace sense_key {

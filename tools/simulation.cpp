@@ -46,19 +46,39 @@ void set_preload(const std::string &path) {
   setenv(preload, others != nullptr ? (path + ":" + others).c_str() : path.c_str(), 1);
 }
 
+/// Whether the variable was something else before.
+bool change(const char *variable, const std::string &value) {
+  if (value.empty()) return false;
+  const char *before = std::getenv(variable);
+  if (before != nullptr && value == before) return false;
+  setenv(variable, value.c_str(), 1);
+  return true;
+}
+
+std::string absolute(const std::string &name) {
+  return name.empty() ? name : std::filesystem::absolute(name).string();
+}
+
 }  // namespace
 
-void enter_simulation(const std::string &file, char **argv) {
+void enter_simulation(const Simulation &simulation, char **argv) {
+  // The host reads them as it is loaded: it starts anew when they change.
+  const bool other_host = change("KZSIM_HOST", simulation.host);
+  const bool other_store = change("KZSIM_STORE", absolute(simulation.store));
+  const bool other_devices =
+      simulation.hostile && change("KZSIM_HOSTILE", std::to_string(*simulation.hostile));
   if (std::getenv(setting) != nullptr) {
     if (!is_loaded()) {
       throw failure(fmt::format("{} is set but {} is not loaded", setting, library_name));
     }
-    return;
+    if (!other_host && !other_store && !other_devices) return;
+    execv("/proc/self/exe", argv);
+    throw failure(std::strerror(errno));
   }
   const std::filesystem::path path = library();
   if (access(path.c_str(), R_OK) != 0) throw failure(path.string() + ": " + std::strerror(errno));
   set_preload(path);
-  setenv(setting, file.empty() ? "1" : std::filesystem::absolute(file).c_str(), 1);
+  setenv(setting, simulation.array.empty() ? "1" : absolute(simulation.array).c_str(), 1);
   execv("/proc/self/exe", argv);
   throw failure(std::strerror(errno));
 }

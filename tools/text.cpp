@@ -107,8 +107,14 @@ std::string hex_dump(ByteSpan bytes) {
   });
 }
 
-std::string counted(std::size_t count, std::string_view noun) {
+std::string counted(std::uint64_t count, std::string_view noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+std::string yes_no(bool value) { return value ? "yes" : "no"; }
+
+std::string cut_short_note(std::size_t present, std::uint64_t announced) {
+  return fmt::format("  Cut short: {} of {} are here.\n", present, counted(announced, "byte"));
 }
 
 std::vector<std::string> wrapped(std::string_view text, std::size_t width) {

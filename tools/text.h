@@ -35,7 +35,13 @@ std::string hex_lines(ByteSpan bytes);
 std::string hex_dump(ByteSpan bytes);
 
 /// "1 path", "2 paths".
-std::string counted(std::size_t count, std::string_view noun);
+std::string counted(std::uint64_t count, std::string_view noun);
+
+/// "yes" or "no".
+std::string yes_no(bool value);
+
+/// A line that says how much of a reply is missing.
+std::string cut_short_note(std::size_t present, std::uint64_t announced);
 
 /// Breaks text into lines of at most `width` characters, at blanks where there are any and
 /// never inside an escape. Text that fits stays as it is.

@@ -1,7 +1,9 @@
 // A decoded thing, ready to be shown: as text for people, as JSON for programs.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +34,12 @@ class ViewBuilder {
   }
   /// Something for programs only.
   void value(const char *key, Json value) { json_[key] = std::move(value); }
+  /// Something for people only.
+  void line(std::string label, std::string text) {
+    lines_.emplace_back(std::move(label), std::move(text));
+  }
+  /// How much of a reply is here; the text says so when it is not all.
+  void size(std::size_t present, std::uint64_t announced);
   /// Lines of text behind the fields.
   void append(const std::string &text) { tail_ += text; }
 
@@ -43,6 +51,12 @@ class ViewBuilder {
   std::string tail_;
   Json json_ = Json::object();
 };
+
+/// Null where there is no value.
+template <class T>
+Json json_or_null(const std::optional<T> &value) {
+  return value ? Json(*value) : Json();
+}
 
 /// Writes JSON with two blanks of indentation.
 void print_json(const Json &json);

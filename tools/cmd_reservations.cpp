@@ -1,0 +1,140 @@
+// kzddl reservations: the persistent reservations of a logical unit, and changes to them.
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+
+#include "tools/app.h"
+#include "tools/reservations.h"
+
+namespace tool {
+namespace {
+
+enum class Use { none, optional, required };
+
+struct Action {
+  std::string_view name;
+  std::uint8_t code;
+  Use key;
+  Use service_key;
+  Use type;
+};
+
+constexpr Action actions[] = {
+    {"register", service_action::register_key, Use::optional, Use::required, Use::none},
+    {"reserve", service_action::reserve, Use::required, Use::none, Use::required},
+    {"release", service_action::release, Use::required, Use::none, Use::required},
+    {"clear", service_action::clear, Use::required, Use::none, Use::none},
+    {"preempt", service_action::preempt, Use::required, Use::required, Use::required},
+};
+
+struct Options {
+  std::string node;
+  std::string action;
+  std::optional<std::uint64_t> key;
+  std::optional<std::uint64_t> service_key;
+  std::optional<std::uint8_t> type;
+  bool ignore = false;
+};
+
+std::uint64_t parse_key(const std::string &name, std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  std::uint64_t key = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), key, 16);
+  if (error != std::errc{} || end != text.data() + text.size()) {
+    throw CLI::ValidationError(name, "expected a key of 1 to 16 hexadecimal digits");
+  }
+  return key;
+}
+
+std::uint8_t parse_type(const std::string &word) {
+  const std::optional<std::uint8_t> type = reservation_type(word);
+  if (!type) throw CLI::ValidationError("--type", "expected " + reservation_type_list());
+  return *type;
+}
+
+void require(std::string_view action, std::string_view option, Use use, bool given) {
+  if (use == Use::required && !given) {
+    throw Error::usage(fmt::format("reservations: {} needs {}", action, option));
+  }
+  if (use == Use::none && given) {
+    throw Error::usage(fmt::format("reservations: {} takes no {}", action, option));
+  }
+}
+
+/// What the options ask for; nothing when they only look.
+std::optional<ReservationChange> change_in(const Options &options) {
+  constexpr Action look{"without an action it", 0, Use::none, Use::none, Use::none};
+  const auto *found = std::ranges::find(actions, options.action, &Action::name);
+  const Action &action = found != std::end(actions) ? *found : look;
+  const bool registers = &action == actions;
+  require(action.name, "--key", options.ignore ? Use::none : action.key, options.key.has_value());
+  require(action.name, "--new-key", action.service_key, options.service_key.has_value());
+  require(action.name, "--type", action.type, options.type.has_value());
+  require(action.name, "--ignore", registers ? Use::optional : Use::none, options.ignore);
+  if (&action == &look) return std::nullopt;
+  return ReservationChange{
+      .action = options.ignore ? service_action::register_and_ignore_existing_key : action.code,
+      .key = options.key.value_or(0),
+      .service_key = options.service_key.value_or(0),
+      .type = options.type.value_or(0)};
+}
+
+void run(const Context &context, const Options &options) {
+  const std::optional<ReservationChange> change = change_in(options);
+  Device device(options.node);
+  if (change) change_reservations(device, *change);
+  context.print(reservations_view(device, read_reservations(device)));
+}
+
+void add_key_option(CLI::App &parser, const std::string &names, const std::string &description,
+                    std::optional<std::uint64_t> &key) {
+  const std::string name = names.substr(0, names.find(','));
+  parser
+      .add_option_function<std::string>(
+          names, [name, &key](const std::string &text) { key = parse_key(name, text); },
+          description)
+      ->option_text("HEX");
+}
+
+std::vector<std::string> action_names() {
+  std::vector<std::string> names;
+  for (const Action &action : actions)
+    names.emplace_back(action.name);
+  return names;
+}
+
+}  // namespace
+
+Command add_reservations(CLI::App &app, Context &context) {
+  CLI::App *parser = app.add_subcommand("reservations", "Show or change persistent reservations");
+  const auto options = std::make_shared<Options>();
+  parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
+  parser
+      ->add_option("ACTION", options->action,
+                   "register, reserve, release, clear or preempt; without\n"
+                   "it nothing is changed")
+      ->check(CLI::IsMember(action_names()))
+      ->option_text(" ");
+  add_key_option(*parser, "--key", "The key that this host is registered with", options->key);
+  add_key_option(*parser, "--new-key,--service-key",
+                 "The key to register (0: no longer), or to preempt", options->service_key);
+  parser
+      ->add_option_function<std::string>(
+          "--type", [options](const std::string &word) { options->type = parse_type(word); },
+          "The reservation's type, see below")
+      ->option_text("TYPE");
+  parser->add_flag("--ignore", options->ignore, "Register whatever key was registered before");
+  parser->footer(
+      "Types: write-exclusive, exclusive-access, we-registrants-only,\n"
+      "ea-registrants-only, we-all-registrants, ea-all-registrants.\n"
+      "Shows the reservations afterwards.\n\n"
+      "Examples:\n"
+      "  kzddl --sim reservations /dev/sda\n"
+      "  kzddl --sim reservations /dev/sda register --new-key abc1\n"
+      "  kzddl reservations /dev/sda reserve --key abc1 --type write-exclusive\n"
+      "  kzddl reservations /dev/sda preempt --key abc2 --new-key abc1 \\\n"
+      "    --type we-registrants-only");
+  return {parser, [&context, options] { run(context, *options); }};
+}
+
+}  // namespace tool

@@ -1,0 +1,70 @@
+#include "tools/mode_sense.h"
+
+#include <array>
+#include <cerrno>
+
+#include "base/memory.h"
+#include "kzddl/kzmodesense.h"
+#include "tools/error.h"
+#include "tools/query.h"
+
+namespace tool {
+namespace {
+
+constexpr std::uint8_t allocation_length = 255;
+
+using Cdb = std::array<std::uint8_t, 6>;
+
+Cdb mode_sense_cdb(const ModeQuestion &question) {
+  const auto control = static_cast<unsigned>(question.values);
+  return {0x1A, 0, static_cast<std::uint8_t>(control << 6 | question.page), question.subpage,
+          allocation_length};
+}
+
+/// The family's function for the question; none for a subpage on the direct route, which only
+/// the control node carries.
+Family family_for(Device &device, const ModeQuestion &question) {
+  const int control = static_cast<int>(question.values);
+  if (question.subpage == 0) {
+    return [&device, control, question](int *length, unsigned char **data) {
+      return do_mode_sense_raw(device.path(), 0, control, question.page, length, data);
+    };
+  }
+  if (is_direct_route()) return {};
+  return [&device, control, question](int *length, unsigned char **data) {
+    const auto number = device.path()->dev;
+    return do_mode_sense_raw1(static_cast<unsigned>(number), static_cast<unsigned>(number >> 32), 0,
+                              control, question.page, question.subpage, length, data);
+  };
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &question) {
+  return ask(device, "modes", mode_sense_cdb(question), allocation_length,
+             family_for(device, question));
+}
+
+bool is_reserved_elsewhere(Device &device) {
+  // do_diskio_chk_rsvn asks for page 0, which many targets do not have; all pages, every target.
+  const ModeQuestion question;
+  int length = 0;
+  unsigned char *pages = nullptr;
+  int conflict = 0;
+  const int result = do_mode_sense(device.path(), 0, 0, question.page, &length, &pages, &conflict);
+  const kzddl::Buffer owner(pages);
+  if (conflict != 0) return true;
+  if (result == 0) return false;
+  // ENOMEM is also said of a reply that is too short for its pages.
+  if (result > 0 && result != ENOMEM) throw Error("reserved", device.name(), result_words(result));
+
+  std::array<std::uint8_t, allocation_length> reply{};
+  const Completion completion =
+      send_past_attention(device, mode_sense_cdb(question),
+                          {.direction = Data::Direction::from_device, .bytes = reply}, "reserved");
+  if (completion.status == scsi_status::reservation_conflict) return true;
+  if (!completion.ok()) throw Error("reserved", device.name(), completion.reason());
+  return false;
+}
+
+}  // namespace tool

@@ -1,0 +1,208 @@
+#include "tools/port_groups.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <iterator>
+
+#include "base/bytes.h"
+#include "kzddl/ddlalua.h"
+#include "kzddl/kzrtpg.h"
+#include "kzddl/kzstpg.h"
+#include "tools/error.h"
+#include "tools/query.h"
+
+namespace tool {
+namespace {
+
+constexpr int reply_size = 255;
+constexpr unsigned no_number = 0x10000;  // more than any group or port has
+
+struct StateName {
+  std::uint8_t code;
+  std::uint8_t supported_bit;
+  std::string_view words;
+};
+
+constexpr StateName states[] = {
+    {0x0, 0x01, "active/optimized"}, {0x1, 0x02, "active/non-optimized"},    {0x2, 0x04, "standby"},
+    {0x3, 0x08, "unavailable"},      {0x4, 0x10, "logical block dependent"}, {0xE, 0x40, "offline"},
+    {0xF, 0x80, "transitioning"},
+};
+
+std::string status_words(std::uint8_t status) {
+  static constexpr std::string_view words[] = {"none", "set by command", "implicit change"};
+  return status < std::size(words) ? std::string(words[status])
+                                   : fmt::format("reserved {:02X}h", status);
+}
+
+std::vector<std::string_view> supported_states(const PortGroup &group) {
+  std::vector<std::string_view> names;
+  for (const StateName &state : states) {
+    if ((group.supported & state.supported_bit) != 0) names.push_back(state.words);
+  }
+  return names;
+}
+
+std::string supported_words(const PortGroup &group) {
+  const std::vector<std::string_view> names = supported_states(group);
+  return names.empty() ? "no state that it tells of" : fmt::format("{}", fmt::join(names, ", "));
+}
+
+Columns::Row row_of(const PortGroup &group) {
+  return {std::to_string(group.number), access_state_words(group.state), yes_no(group.preferred),
+          status_words(group.status),
+          group.ports.empty() ? "none" : fmt::format("{}", fmt::join(group.ports, ", "))};
+}
+
+Json json_of(const PortGroup &group, const std::optional<OwnPort> &own) {
+  return {{"group", group.number},
+          {"own", own ? Json(own->group == group.number) : Json()},
+          {"access_state", access_state_words(group.state)},
+          {"access_state_code", group.state},
+          {"preferred", group.preferred},
+          {"status", status_words(group.status)},
+          {"status_code", group.status},
+          {"ports", group.ports},
+          {"supported_states", supported_states(group)}};
+}
+
+/// MAINTENANCE IN or OUT with the service action for target port groups.
+std::array<std::uint8_t, 12> port_groups_cdb(std::uint8_t opcode, std::size_t length) {
+  std::array<std::uint8_t, 12> cdb{opcode, 0x0A};
+  kzddl::store_be32(&cdb[6], static_cast<std::uint32_t>(length));
+  return cdb;
+}
+
+/// Both families hand a status over as it is, which may read like an error number: what it was is
+/// left to the pass-through to tell.
+int negated(int result) { return -std::abs(result); }
+
+}  // namespace
+
+PortGroups::PortGroups(ByteSpan reply) {
+  constexpr std::size_t descriptor_size = 8;
+  constexpr std::size_t port_size = 4;
+  if (reply.size() >= header_size) announced += kzddl::load_be32(reply.data());
+  present = static_cast<std::size_t>(std::min<std::uint64_t>(reply.size(), announced));
+  ByteSpan rest = reply.first(present).subspan(std::min(present, header_size));
+  while (rest.size() >= descriptor_size) {
+    PortGroup &group = groups.emplace_back();
+    group.preferred = (rest[0] & 0x80) != 0;
+    group.state = rest[0] & 0x0F;
+    group.supported = rest[1];
+    group.number = kzddl::load_be16(&rest[2]);
+    group.status = rest[5];
+    std::size_t ports = rest[7];
+    rest = rest.subspan(descriptor_size);
+    for (; ports != 0 && rest.size() >= port_size; --ports) {
+      group.ports.push_back(kzddl::load_be16(&rest[2]));
+      rest = rest.subspan(port_size);
+    }
+    if (ports != 0) break;  // what is left is part of a port
+  }
+}
+
+std::string access_state_words(std::uint8_t state) {
+  const auto *found = std::ranges::find(states, state, &StateName::code);
+  return found != std::end(states) ? std::string(found->words)
+                                   : fmt::format("reserved {:X}h", state);
+}
+
+std::uint8_t access_state_from_words(std::string_view words) {
+  for (std::uint8_t state = 0; state < 0x0F; ++state) {
+    if (access_state_words(state) == words) return state;
+  }
+  return 0x0F;
+}
+
+std::string AccessPath::words() const {
+  return fmt::format("port group {}, {}{}", group, access_state_words(state),
+                     preferred ? ", preferred" : "");
+}
+
+std::vector<std::uint8_t> read_port_groups(Device &device) {
+  std::vector<std::uint8_t> reply = ask(device, "groups", port_groups_cdb(0xA3, reply_size),
+                                        reply_size, [&device](int *length, unsigned char **data) {
+                                          *length = reply_size;
+                                          return negated(do_rtpg(device.path(), data));
+                                        });
+  reply.resize(reply_size);
+  return reply;
+}
+
+void set_port_groups(Device &device, const std::vector<RequestedState> &requested) {
+  std::vector<std::uint8_t> list(PortGroups::header_size);
+  for (const auto &[group, state] : requested) {
+    list.insert(list.end(), {state, 0, static_cast<std::uint8_t>(group >> 8),
+                             static_cast<std::uint8_t>(group)});
+  }
+  tell(device, "groups --set", port_groups_cdb(0xA4, list.size()), list, [&] {
+    const auto length = static_cast<std::uint32_t>(list.size());
+    return negated(do_stpg(device.path(), list.data(), length));
+  });
+}
+
+std::optional<OwnPort> own_port(ByteSpan page83) {
+  std::array<unsigned char, reply_size> page{};
+  std::copy_n(page83.begin(), std::min(page83.size(), page.size()), page.begin());
+  OwnPort own{.group = no_number, .relative_port = no_number};
+  unsigned unit_group = 0;
+  get_dev_id_page(page.data(), nullptr, &own.group, &own.relative_port, &unit_group);
+  // Both numbers have 16 bits behind two reserved bytes.
+  if (own.group >= no_number || own.relative_port >= no_number) return std::nullopt;
+  return own;
+}
+
+std::optional<AccessPath> access_path(Device &device, ByteSpan page83) {
+  const std::optional<OwnPort> own = own_port(page83);
+  if (!own) return std::nullopt;
+  const std::vector<std::uint8_t> reply = read_port_groups(device);
+  const int group = static_cast<int>(own->group);
+  const int state = get_owner_state(reply.data(), group);
+  if (state < 0) return std::nullopt;
+  return AccessPath{.group = own->group,
+                    .state = static_cast<std::uint8_t>(state),
+                    .preferred = get_pref_state(reply.data(), group) != 0};
+}
+
+void show_port_groups(ViewBuilder &view, const PortGroups &reply,
+                      const std::optional<OwnPort> &own) {
+  const Columns::Row heads = {"Group", "Access state", "Preferred", "Status", "Ports"};
+  Columns columns;
+  columns.measure(heads);
+  for (const PortGroup &group : reply.groups)
+    columns.measure(row_of(group));
+  if (!reply.groups.empty()) view.append(columns.line(Prefix("  "), heads));
+  Json list = Json::array();
+  for (const PortGroup &group : reply.groups) {
+    const bool is_own = own && own->group == group.number;
+    view.append(columns.line({is_own ? "* " : "  ", "  "}, row_of(group)));
+    view.append(paragraph(Prefix(std::string(9, ' ')), "supports " + supported_words(group)));
+    list.push_back(json_of(group, own));
+  }
+  if (own) {
+    view.append(
+        fmt::format("* the group of this node, which leads to port {}\n", own->relative_port));
+  }
+  view.value("own_group", own ? Json(own->group) : Json());
+  view.value("own_port", own ? Json(own->relative_port) : Json());
+  view.value("groups", std::move(list));
+  view.size(reply.present, reply.announced);
+}
+
+View captured_port_groups_view(ByteSpan reply) {
+  const PortGroups groups(reply);
+  if (groups.present < PortGroups::header_size) {
+    throw Error::usage(
+        fmt::format("cut short: {} of {} bytes", groups.present, PortGroups::header_size));
+  }
+  ViewBuilder view(fmt::format("{}, {}", counted(groups.groups.size(), "target port group"),
+                               counted(groups.present, "byte")));
+  show_port_groups(view, groups, std::nullopt);
+  return view.build();
+}
+
+}  // namespace tool

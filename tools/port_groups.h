@@ -1,0 +1,85 @@
+// The target port groups of a logical unit: access states in words, and which group is whose.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "tools/device.h"
+#include "tools/text.h"
+#include "tools/view.h"
+
+namespace tool {
+
+/// One descriptor of a REPORT TARGET PORT GROUPS reply.
+struct PortGroup {
+  std::uint16_t number = 0;
+  std::uint8_t state = 0;
+  bool preferred = false;
+  std::uint8_t supported = 0;  ///< states, as bits
+  std::uint8_t status = 0;     ///< how the state came about
+  std::vector<std::uint16_t> ports;
+};
+
+/// The groups that the bytes of a reply hold, whatever it announces. A group is there even when
+/// some of its ports are not.
+struct PortGroups {
+  static constexpr std::size_t header_size = 4;
+
+  explicit PortGroups(ByteSpan reply);
+
+  std::vector<PortGroup> groups;
+  std::uint64_t announced = header_size;  ///< bytes that the reply says it has
+  std::size_t present = 0;                ///< those of them that are here
+};
+
+/// The group and the port that a node leads to.
+struct OwnPort {
+  unsigned group = 0;
+  unsigned relative_port = 0;
+};
+
+/// What the way through a port group is like at the moment.
+struct AccessPath {
+  unsigned group = 0;
+  std::uint8_t state = 0;
+  bool preferred = false;
+
+  /// The better way comes first.
+  auto rank() const { return std::tuple(state, !preferred, group); }
+  /// "port group 1, active/optimized, preferred".
+  std::string words() const;
+};
+
+/// "active/optimized".
+std::string access_state_words(std::uint8_t state);
+/// What access_state_words() says, read back.
+std::uint8_t access_state_from_words(std::string_view words);
+
+/// The whole reply as the library reads it: 255 bytes. Throws Error on failure.
+std::vector<std::uint8_t> read_port_groups(Device &device);
+
+struct RequestedState {
+  std::uint16_t group = 0;
+  std::uint8_t state = 0;
+};
+
+/// Sends a list of groups and the states they shall have. Throws Error on failure.
+void set_port_groups(Device &device, const std::vector<RequestedState> &states);
+
+/// By the node's Device Identification page; nothing when that does not tell.
+std::optional<OwnPort> own_port(ByteSpan page83);
+
+/// The state of the group that the node itself is in; nothing when the device does not tell.
+std::optional<AccessPath> access_path(Device &device, ByteSpan page83);
+
+/// A table of the groups, `own` marked; without `own` nothing is said of it.
+void show_port_groups(ViewBuilder &view, const PortGroups &reply,
+                      const std::optional<OwnPort> &own);
+
+/// A captured reply. Throws Error when it is too short.
+View captured_port_groups_view(ByteSpan reply);
+
+}  // namespace tool
