@@ -1,6 +1,7 @@
 # Options of every target: warnings, large files, sanitizers.
 option(KZDDL_WERROR "Treat warnings as errors" OFF)
 option(KZDDL_BENCHMARKS "Build the benchmarks" OFF)
+option(KZDDL_FUZZ "Build the fuzz targets, with clang" OFF)
 set(KZDDL_SANITIZE "" CACHE STRING "Sanitizers for every target, such as address,undefined")
 
 add_library(kzddl_options INTERFACE)
@@ -14,4 +15,7 @@ if(KZDDL_SANITIZE)
   add_compile_options(-fsanitize=${KZDDL_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${KZDDL_SANITIZE})
+endif()
+if(KZDDL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

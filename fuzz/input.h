@@ -1,0 +1,52 @@
+// What the fuzz targets share: bytes as a device's answer, strings as a host program's.
+#pragma once
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kzddl/ddlts.h"
+
+namespace fuzz {
+
+/// Stops the target: something that must hold does not.
+inline void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+/// A block of just `size` bytes: the input's, then zeros. A sanitizer sees every step past it.
+inline std::vector<std::uint8_t> block(const std::uint8_t *data, std::size_t available,
+                                       std::size_t size) {
+  std::vector<std::uint8_t> bytes(data, data + std::min(available, size));
+  bytes.resize(size);
+  bytes.shrink_to_fit();
+  return bytes;
+}
+
+/// Text without a NUL inside, which does not pass for a typed string.
+inline std::string text(FuzzedDataProvider &input, std::size_t longest) {
+  std::string s = input.ConsumeRandomLengthString(longest);
+  s = s.c_str();
+  if (!s.empty() && s[0] == KZDDL_TS_MARKER) s[0] = ' ';
+  return s;
+}
+
+/// A typed string: any type that can be built, any payload.
+inline std::string typed(FuzzedDataProvider &input) {
+  const auto type = input.ConsumeIntegralInRange<std::uint32_t>(0, KZDDL_TS_MAX_TYPE);
+  const std::string payload = input.ConsumeRandomLengthString(KZDDL_TS_MAX_PAYLOAD);
+  std::string s = {KZDDL_TS_MARKER, static_cast<char>(type), static_cast<char>(payload.size())};
+  return s + payload;
+}
+
+/// Either of the two.
+inline std::string value(FuzzedDataProvider &input, std::size_t longest) {
+  return input.ConsumeBool() ? typed(input) : text(input, longest);
+}
+
+}  // namespace fuzz
