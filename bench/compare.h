@@ -26,6 +26,7 @@ struct Figure {
 /// What each file of benchmarks registers and compares.
 void register_skiplist(std::vector<Comparison> &comparisons);
 void register_database(std::vector<Comparison> &comparisons, std::vector<Figure> &figures);
+void register_commands(std::vector<Comparison> &comparisons);
 void register_name_value(std::vector<Comparison> &comparisons);
 
 }  // namespace bench

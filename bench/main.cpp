@@ -47,6 +47,7 @@ int main(int argc, char **argv) {
   bench::register_database(comparisons, figures);
   bench::register_skiplist(comparisons);
   bench::register_name_value(comparisons);
+  bench::register_commands(comparisons);
 
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
