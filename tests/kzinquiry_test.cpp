@@ -18,119 +18,29 @@ class Inquiry : public WayTest {
   void answer_with(int length_byte, std::uint8_t value) {
     Bytes reply(255, 0xA5);
     reply[static_cast<std::size_t>(length_byte)] = value;
-    answer(Reply::with(reply));
+    answer(Reply::with(reply), 1);
   }
 
   int length = -7;
   kzddl::Buffer data;
 };
-class SgInquiry : public Inquiry {};
-class LegacyInquiry : public Inquiry {};
 INSTANTIATE_TEST_SUITE_P(, Inquiry, every_way, way_name);
-INSTANTIATE_TEST_SUITE_P(, SgInquiry, every_sg_way, way_name);
-INSTANTIATE_TEST_SUITE_P(, LegacyInquiry, every_legacy_way, way_name);
-
-TEST_P(Inquiry, Wire) {
-  ASSERT_EQ(inquire(1, 0x83), 0);
-  const Request request = only_request();
-  expect_way(request, O_NONBLOCK);
-  EXPECT_EQ(request.cdb, (Bytes{0x12, 1, 0x83, 0, 255, 0}));
-  if (GetParam().ia64) {
-    EXPECT_EQ(request.in_length, 0u);
-    EXPECT_EQ(request.out_length, 255u);
-  } else {
-    expect_header(request, SG_DXFER_FROM_DEV, 255);
-  }
-  // The two arguments are stored as they come.
-  answer(Reply::with(Bytes(255, 1)));
-  ASSERT_EQ(inquire(0x1FF, 0x183), 0);
-  EXPECT_EQ(only_request().cdb, (Bytes{0x12, 0xFF, 0x83, 0, 255, 0}));
-}
 
 TEST_P(Inquiry, ReturnedLength) {
-  answer_with(4, 91);
-  ASSERT_EQ(inquire(0), 0);
-  EXPECT_EQ(length, 96);
-  EXPECT_EQ(data[254], 0xA5) << "all 255 bytes are handed over";
-}
-
-TEST_P(Inquiry, ReturnedLengthIsCapped) {
-  answer_with(4, 251);
-  ASSERT_EQ(inquire(0), 0);
-  EXPECT_EQ(length, 255);
-}
-
-TEST_P(Inquiry, ReturnedLengthOfAPageIsItsLowByte) {
-  answer_with(3, 10);
-  ASSERT_EQ(inquire(1, 0x80), 0);
-  EXPECT_EQ(length, 14);
-}
-
-TEST_P(SgInquiry, NoAdditionalDataIsALength) {
-  answer(Reply::with(Bytes(255)));
-  ASSERT_EQ(inquire(0), 0);
-  EXPECT_EQ(length, 5);
-  ASSERT_EQ(inquire(1, 0x80), 0);
-  EXPECT_EQ(length, 4);
-}
-
-TEST_P(LegacyInquiry, NoAdditionalDataIsAFailure) {
-  answer(Reply::with(Bytes(255)));
-  EXPECT_EQ(inquire(0), -1);
-  EXPECT_EQ(length, 5);
-  EXPECT_EQ(inquire(1, 0x80), -1);
-  EXPECT_EQ(length, 4);
-  EXPECT_EQ(data, nullptr);
-}
-
-TEST_P(Inquiry, DeviceErrorLeavesTheBufferUnset) {
-  answer(Sense{0x05, 0x24, 0x00});
-  EXPECT_EQ(inquire(1, 0xC0), GetParam().ia64 ? -2 : -(1 | 8));
-  EXPECT_EQ(data, nullptr);
-  EXPECT_EQ(length, GetParam().ia64 ? 255 : 0);
-}
-
-TEST_P(Inquiry, FailedCallGivesItsErrno) {
-  fail_ioctl(EPERM);
-  EXPECT_EQ(inquire(0), EPERM);
-}
-
-TEST_P(Inquiry, NodeThatCannotBeOpened) {
-  const bool direct = GetParam().direct();
-  host.fail_open(direct ? node : sim::control_node, EBUSY);
-  EXPECT_EQ(inquire(0), direct ? EBUSY : -19);
-  EXPECT_EQ(length, direct ? -7 : GetParam().ia64 ? 255 : 0) << "the node is opened first";
-}
-
-TEST_P(Inquiry, EveryAllocationFailsInTurn) {
-  for (long n = 1;; ++n) {
-    const FailMalloc fail(n);
-    const int result = inquire(0);
-    if (!fail.happened()) {
-      EXPECT_EQ(result, 0);
-      EXPECT_EQ(n, GetParam().ia64 ? 3 : 2) << "one buffer for the data, one for a legacy request";
-      break;
+  const struct {
+    int evpd, length_byte;
+    std::uint8_t value;
+    int length;
+  } cases[] = {{0, 4, 91, 96}, {0, 4, 251, 255}, {1, 3, 10, 14}, {0, 4, 0, 5}, {1, 3, 0, 4}};
+  for (const auto &[evpd, length_byte, value, expected] : cases) {
+    answer_with(length_byte, value);
+    const bool nothing_follows = value == 0 && GetParam().ia64;
+    EXPECT_EQ(inquire(evpd, evpd != 0 ? 0x80 : 0), nothing_follows ? -1 : 0);
+    EXPECT_EQ(length, expected);
+    ASSERT_EQ(data == nullptr, nothing_follows);
+    if (data != nullptr) {
+      EXPECT_EQ(data[254], 0xA5) << "all 255 bytes are handed over";
     }
-    EXPECT_EQ(result, ENOMEM);
-    EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(host.open_descriptors(), 0);
-  }
-}
-
-TEST_F(DiskTest, ExportedVariantsChooseTheirOwnRoute) {
-  int length = 0;
-  unsigned char *data = nullptr;
-  ASSERT_EQ(do_inquiry_32(&path, 0, 0, O_RDONLY, &length, &data), 0);
-  std::free(data);
-  EXPECT_FALSE(only_request().through_control_node);
-  for (const int indirect : {0, 1}) {
-    ASSERT_EQ(do_inquiry_old(&path, 0, 0, O_NONBLOCK, &length, &data, indirect), 0);
-    EXPECT_EQ(length, 96);
-    std::free(data);
-    const Request request = only_request();
-    EXPECT_EQ(request.form, Request::Form::legacy);
-    EXPECT_EQ(request.through_control_node, indirect == 1);
-    EXPECT_EQ(request.oflags, unsigned{O_NONBLOCK});
   }
 }
 

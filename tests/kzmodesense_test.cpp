@@ -2,9 +2,7 @@
 #include "kzddl/kzmodesense.h"
 
 #include "capture/capture.h"
-#include "kzddl/kzmodeselect.h"
 #include "support/disk_test.h"
-#include "support/failing_malloc.h"
 #include "support/guarded_page.h"
 
 namespace kzddl_test {
@@ -38,39 +36,16 @@ class ModeSense : public WayTest {
 };
 INSTANTIATE_TEST_SUITE_P(, ModeSense, every_way, way_name);
 
-TEST_P(ModeSense, Wire) {
-  answer(Reply::with(answer_with_page()));
+TEST_P(ModeSense, WholeAnswer) {
+  answer(Reply::with(answer_with_page()), 1);
   ASSERT_EQ(sense_raw(), 0);
   EXPECT_EQ(length, 24);
   EXPECT_EQ(Bytes(data.get(), data.get() + 24), answer_with_page());
-  const Request request = only_request();
-  expect_way(request, GetParam().direct() ? O_RDONLY : O_NONBLOCK);
-  EXPECT_EQ(request.cdb, (Bytes{0x1A, 0x08, 0xBF, 0, 255, 0}));
-  if (GetParam().ia64) {
-    EXPECT_EQ(request.out_length, 255u);
-  } else {
-    expect_header(request, SG_DXFER_FROM_DEV, 255);
-  }
-}
-
-TEST_P(ModeSense, Raw1AddressesByNumberWithASubpage) {
-  Bytes reply(255, 1);
-  reply[0] = 255;
-  answer(Reply::with(reply), 1);
-  unsigned char *buffer = nullptr;
-  ASSERT_EQ(do_mode_sense_raw1(0x5678, 0x1234, 0, 1, 0x0A, 0xF1, &length, &buffer), 0);
-  data.reset(buffer);
+  Bytes longest(255, 1);
+  longest[0] = 255;
+  answer(Reply::with(longest));
+  ASSERT_EQ(sense_raw(), 0);
   EXPECT_EQ(length, 255) << "capped";
-  const Request request = only_request();
-  EXPECT_TRUE(request.through_control_node);
-  EXPECT_EQ(request.oflags, unsigned{O_NONBLOCK});
-  EXPECT_EQ(request.cdb, (Bytes{0x1A, 0, 0x4A, 0xF1, 255, 0}));
-  EXPECT_EQ(request.form == Request::Form::legacy, GetParam().ia64);
-
-  answer(Sense{0x05, 0x24, 0});
-  length = -7;
-  EXPECT_LT(do_mode_sense_raw1(0x5678, 0x1234, 0, 1, 0x0A, 0, &length, &buffer), 0);
-  EXPECT_EQ(length, 255);
 }
 
 TEST_P(ModeSense, OnlyThePages) {
@@ -98,63 +73,6 @@ TEST_P(ModeSense, AnswerShorterThanItsDescriptors) {
   answer(Reply::with({7, 0, 0, 255}));
   EXPECT_EQ(sense(), ENOMEM);
   EXPECT_EQ(data, nullptr);
-}
-
-TEST_P(ModeSense, EveryAllocationFailsInTurn) {
-  answer(Reply::with(answer_with_page()));
-  const long allocations = GetParam().ia64 ? 3 : 2;
-  for (long n = 1; n <= allocations; ++n) {
-    const FailMalloc fail(n);
-    EXPECT_EQ(sense(), ENOMEM);
-    EXPECT_EQ(data, nullptr);
-  }
-  EXPECT_EQ(sense(), 0);
-}
-
-TEST_P(ModeSense, NodeThatCannotBeOpened) {
-  host.fail_open(GetParam().direct() ? node : sim::control_node, EACCES);
-  EXPECT_EQ(sense_raw(), GetParam().direct() ? EACCES : -19);
-  EXPECT_EQ(length, -7);
-}
-
-class ModeSelect : public WayTest {
- protected:
-  int select(const Bytes &list) {
-    return do_mode_select_raw(0x5678, 0x1234, 1, 1, static_cast<unsigned char>(list.size()),
-                              list.data());
-  }
-};
-INSTANTIATE_TEST_SUITE_P(, ModeSelect, every_way, way_name);
-
-TEST_P(ModeSelect, Wire) {
-  answer(Reply{});
-  const Bytes list{0, 0, 0, 0, 0x0A, 2, 1, 2};
-  EXPECT_EQ(select(list), 0);
-  const Request request = only_request();
-  EXPECT_TRUE(request.through_control_node);
-  EXPECT_EQ(request.oflags, unsigned{O_NONBLOCK});
-  EXPECT_EQ(request.cdb, (Bytes{0x15, 0x11, 0, 0, 8, 0}));
-  EXPECT_EQ(request.data_out, list);
-  if (GetParam().ia64) {
-    EXPECT_EQ(request.out_length, 0u);
-  } else {
-    expect_header(request, SG_DXFER_TO_DEV, 8, 60000);
-  }
-  EXPECT_EQ(select({}), 0);
-  EXPECT_TRUE(only_request().data_out.empty());
-}
-
-TEST_P(ModeSelect, Failures) {
-  host.inject(node, {.reply = Reply::check_condition({0x05, 0x26, 0})});
-  EXPECT_EQ(select({0, 0, 0, 0}), GetParam().ia64 ? -2 : -9);
-  host.inject(node, {.error = EPERM});
-  EXPECT_EQ(select({0, 0, 0, 0}), EPERM);
-  if (GetParam().ia64) {
-    const FailMalloc fail(1);
-    EXPECT_EQ(select({0, 0, 0, 0}), ENOMEM);
-  }
-  host.fail_open(sim::control_node, ENOENT);
-  EXPECT_EQ(select({0, 0, 0, 0}), -19);
 }
 
 TEST(ModePages, ExtractEndsWithTheAnswer) {

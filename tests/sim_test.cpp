@@ -47,17 +47,6 @@ TEST_F(Kernel, LegacyRequestsOverAPageFail) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(Kernel, LegacyResultIsTheWholeStatusWithSixteenSenseBytes) {
-  answer(Reply{.status = sim::status::reservation_conflict});
-  EXPECT_EQ(legacy(0, 36), 24);
-}
-
-TEST_F(Kernel, LegacyRequestsDoNotSeeHostErrors) {
-  answer(Reply{.data = Bytes(36, 7), .host_status = 1});
-  EXPECT_EQ(legacy(0, 36), 0);
-  EXPECT_EQ(buffer[8], 0);
-}
-
 TEST_F(Kernel, DataWithoutADirectionAreRefusedOnABlockNode) {
   unsigned char cdb[6] = {};
   unsigned char data[8] = {};
@@ -128,43 +117,44 @@ TEST(Array, MistakesAreReportedWithTheirPlace) {
   const auto unit = [](const std::string &path) {
     return R"({"units": [{"paths": [{"node": "/dev/sda", "device": "8:0"}, )" + path + "]}]}";
   };
-  EXPECT_EQ(message_of("{\"units\": [\n  oops]}").find("parse error at line 2, column 3"), 0u);
-  EXPECT_EQ(message_of("[]"), "/: expected an object");
-  EXPECT_EQ(message_of("{}"), "/: \"units\" is missing");
-  EXPECT_EQ(message_of(R"({"units": []})"), "/units: expected a list that is not empty");
-  EXPECT_EQ(message_of(R"({"units": [{"path": []}]})"), "/units/0: unknown key \"path\"");
-  EXPECT_EQ(message_of(unit(R"({"node": 5})")), "/units/0/paths/1/node: expected text");
-  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8;16"})")),
-            "/units/0/paths/1/device: expected two numbers with \":\" between them");
-  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "port": 65536})")),
-            "/units/0/paths/1/port: expected a whole number from 0 to 65535");
-  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sda", "device": "8:16"})")),
-            "/units: node \"/dev/sda\" is used twice");
-  EXPECT_EQ(message_of(unit(R"({"node": "/dev/sdb", "device": "8:0"})")),
-            "/units: the device number of \"/dev/sdb\" is used twice");
   const auto disk = [](const std::string &key) {
     return R"({"units": [{)" + key +
            R"(, "paths": [{"node": "/dev/sda", "device": "8:0", "port": 2, "group": 3},
                           {"node": "/dev/sdb", "device": "8:16", "port": 2, "group": 4}]}]})";
   };
-  EXPECT_EQ(message_of(disk(R"("blocks": 0)")),
-            "/units/0/blocks: expected a whole number from 1 to 18446744073709551615");
-  EXPECT_EQ(message_of(disk(R"("block_size": 520)")), "/units/0/block_size: expected 512 or 4096");
-  EXPECT_EQ(message_of(disk(R"("geometry": true)")), "/units/0/geometry: expected an object");
-  EXPECT_EQ(message_of(disk(R"("geometry": {"heads": 256})")),
-            "/units/0/geometry/heads: expected a whole number from 0 to 255");
-  EXPECT_EQ(message_of(disk(R"("answers_page_0": 1)")),
-            "/units/0/answers_page_0: expected true or false");
-  EXPECT_EQ(message_of(disk(R"("copy": "yes")")),
-            "/units/0/copy: expected \"none\", \"mode page\" or \"command\"");
-  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}, {"id": 3}])")),
-            "/units/0/groups/1/id: another group has this id");
-  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}])")),
-            "/units/0/paths/1: the unit has no target port group 4");
-  EXPECT_EQ(message_of(disk(R"("groups": [{"id": 3}, {"id": 4}])")),
-            "/units/0/paths/1: port 2 is in group 3 on another path, in group 4 here");
-  EXPECT_EQ(message_of(R"({"units": [{"naa": "60 0", "paths": []}]})"),
-            "/units/0/naa: line 1, column 4: a byte takes two hexadecimal digits");
+  const std::pair<std::string, std::string> cases[] = {
+      {"[]", "/: expected an object"},
+      {"{}", "/: \"units\" is missing"},
+      {R"({"units": []})", "/units: expected a list that is not empty"},
+      {R"({"units": [{"path": []}]})", "/units/0: unknown key \"path\""},
+      {unit(R"({"node": 5})"), "/units/0/paths/1/node: expected text"},
+      {unit(R"({"node": "/dev/sdb", "device": "8;16"})"),
+       "/units/0/paths/1/device: expected two numbers with \":\" between them"},
+      {unit(R"({"node": "/dev/sdb", "device": "8:16", "port": 65536})"),
+       "/units/0/paths/1/port: expected a whole number from 0 to 65535"},
+      {unit(R"({"node": "/dev/sda", "device": "8:16"})"),
+       "/units: node \"/dev/sda\" is used twice"},
+      {unit(R"({"node": "/dev/sdb", "device": "8:0"})"),
+       "/units: the device number of \"/dev/sdb\" is used twice"},
+      {disk(R"("blocks": 0)"),
+       "/units/0/blocks: expected a whole number from 1 to 18446744073709551615"},
+      {disk(R"("block_size": 520)"), "/units/0/block_size: expected 512 or 4096"},
+      {disk(R"("geometry": true)"), "/units/0/geometry: expected an object"},
+      {disk(R"("geometry": {"heads": 256})"),
+       "/units/0/geometry/heads: expected a whole number from 0 to 255"},
+      {disk(R"("answers_page_0": 1)"), "/units/0/answers_page_0: expected true or false"},
+      {disk(R"("copy": "yes")"), "/units/0/copy: expected \"none\", \"mode page\" or \"command\""},
+      {disk(R"("groups": [{"id": 3}, {"id": 3}])"),
+       "/units/0/groups/1/id: another group has this id"},
+      {disk(R"("groups": [{"id": 3}])"), "/units/0/paths/1: the unit has no target port group 4"},
+      {disk(R"("groups": [{"id": 3}, {"id": 4}])"),
+       "/units/0/paths/1: port 2 is in group 3 on another path, in group 4 here"},
+      {R"({"units": [{"naa": "60 0", "paths": []}]})",
+       "/units/0/naa: line 1, column 4: a byte takes two hexadecimal digits"},
+  };
+  for (const auto &[json, message] : cases)
+    EXPECT_EQ(message_of(json), message);
+  EXPECT_EQ(message_of("{\"units\": [\n  oops]}").find("parse error at line 2, column 3"), 0u);
   EXPECT_NE(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
                 .find("/units/0/paths/1/replay: "),
             std::string::npos);

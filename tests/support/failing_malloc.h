@@ -28,4 +28,8 @@ class CountMalloc {
   long count() const;
 };
 
+/// How many blocks the library allocated while the last of these lived and has not freed since:
+/// 256 of them are kept in view.
+long live_blocks();
+
 }  // namespace kzddl_test

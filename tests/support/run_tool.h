@@ -51,7 +51,7 @@ inline std::vector<std::string> tool_environment(const std::string &locale) {
     if (text.starts_with("ASAN_OPTIONS=")) {
       asan.append(":").append(text.substr(text.find('=') + 1));
     } else if (!text.starts_with("LC_") && !text.starts_with("LANG") &&
-               !text.starts_with("KZSIM=") && !text.starts_with("LD_PRELOAD=")) {
+               !text.starts_with("KZSIM") && !text.starts_with("LD_PRELOAD=")) {
       list.emplace_back(text);
     }
   }

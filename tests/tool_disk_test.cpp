@@ -1,0 +1,269 @@
+// The tool and the disks' own matters: capacity, mode parameters, geometry, blocks, reservations.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+
+#include "capture/capture.h"
+#include "support/disk_test.h"
+#include "support/guarded_page.h"
+#include "support/run_tool.h"
+#include "tools/block_io.h"
+#include "tools/error.h"
+#include "tools/mode_sense.h"
+#include "tools/mode_view.h"
+
+namespace kzddl_test {
+namespace {
+
+using nlohmann::json;
+
+std::string random_bytes(std::size_t size) {
+  std::mt19937 random(static_cast<unsigned>(size));
+  std::string bytes(size, '\0');
+  for (char &byte : bytes)
+    byte = static_cast<char>(random());
+  return bytes;
+}
+
+/// The demonstration array, with blocks that outlast a run.
+class ToolDisk : public testing::Test {
+ protected:
+  ToolDisk() { std::filesystem::create_directories(store_); }
+  ~ToolDisk() override { std::filesystem::remove_all(store_); }
+
+  ToolRun run(std::vector<std::string> arguments, std::string_view input = {}) const {
+    arguments.insert(arguments.end(), {"--sim", "--sim-store", store_});
+    return run_tool(arguments, input);
+  }
+
+  void expect_mistake(const std::vector<std::string> &arguments, const std::string &line,
+                      int status = 2, std::string_view input = {}) const {
+    const ToolRun tool = run(arguments, input);
+    EXPECT_EQ(tool.err, "kzddl: " + line + "\n");
+    EXPECT_EQ(tool.status, status) << line;
+  }
+
+  std::string file(const std::string &name) const { return store_ + "/" + name; }
+
+  /// What a shell makes of a command in which "kzddl" is the tool on the array: its two outputs,
+  /// and the exit status behind them.
+  std::string shell(std::string command) const {
+    const std::string tool = std::string("ASAN_OPTIONS=verify_asan_link_order=0:$ASAN_OPTIONS ") +
+                             KZDDL_TOOL + " --sim --sim-store " + store_;
+    command.replace(command.find("kzddl"), 5, tool);
+    std::FILE *pipe = popen(("{ " + command + "; echo $?; } 2>&1").c_str(), "r");
+    std::string text;
+    for (int c = 0; (c = std::fgetc(pipe)) != EOF;)
+      text += static_cast<char>(c);
+    pclose(pipe);
+    return text;
+  }
+
+ private:
+  const std::string store_ = testing::TempDir() + "tool_disk_" + std::to_string(::getpid());
+};
+
+TEST_F(ToolDisk, WhatIsWrittenIsReadBackByEveryWay) {
+  const struct {
+    const char *written_to, *read_from;
+    std::uint64_t lba;
+    std::size_t blocks, block_size;
+  } cases[] = {
+      {"/dev/sda", "/dev/kz/rjox/disk0", 12345, 19531, 512},  // 10 MB, the last chunk is shorter
+      {"/dev/kz/jox/disk0", "/dev/sde", 1, 8, 512},
+      {"/dev/sdc", "/dev/sdg", 2097151, 1, 4096},
+      {"/dev/sdc", "/dev/sdg", 3, 300, 4096},
+      {"/dev/sdb", "/dev/sdf", 0xFFFFFFFA, 1030, 512},  // from one side of 32 bits to the other
+  };
+  for (const char *route : {"direct", "indirect"}) {
+    for (const auto &c : cases) {
+      const std::string content = random_bytes(c.blocks * c.block_size + (*route == 'd' ? 0 : 1));
+      const std::string blocks = content.substr(content.size() - c.blocks * c.block_size);
+      std::ofstream(file("in")) << blocks;
+      const std::string lba = std::to_string(c.lba);
+      const std::string count = std::to_string(c.blocks);
+      const std::string other = *route == 'd' ? "indirect" : "direct";
+
+      ToolRun tool = run({"write", c.written_to, "--lba", lba, "--in", file("in"), "--yes",
+                          "--json", "--route", route});
+      EXPECT_EQ(tool.err, "");
+      EXPECT_EQ(json::parse(tool.out)["blocks"], c.blocks);
+      tool = run({"read", c.read_from, "--lba", lba, "--count", count, "--route", other});
+      EXPECT_EQ(tool.err, "");
+      EXPECT_TRUE(tool.out == blocks) << c.read_from << " " << route;
+      tool = run({"read", c.read_from, "--lba", lba, "--count", count, "--out", file("out")});
+      EXPECT_EQ(tool.err, "");
+      std::ifstream out(file("out"));
+      EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(out), {}) == blocks);
+    }
+  }
+}
+
+TEST_F(ToolDisk, MistakesAreFoundBeforeAnythingIsWritten) {
+  std::ofstream(file("odd")) << std::string(1000, 'x');
+  const std::string odd = file("odd");
+  expect_mistake({"write", "/dev/sda", "--lba", "0", "--in", odd, "--yes"},
+                 "write: " + odd + ": 1000 bytes are not whole blocks of 512");
+  expect_mistake({"write", "/dev/sda", "--lba", "0", "--yes"},
+                 "write: standard input: 513 bytes are not whole blocks of 512", 2,
+                 std::string(513, 'x'));
+  expect_mistake({"write", "/dev/sda", "--lba", "0", "--in", odd, "--count", "2", "--yes"},
+                 "write: " + odd + ": 1000 bytes are not 2 blocks of 512");
+  expect_mistake({"write", "/dev/sda", "--lba", "2097151", "--yes"},
+                 "write /dev/sda: 2 blocks from LBA 2097151 on go past the last, LBA 2097151", 2,
+                 std::string(1024, 'x'));
+  EXPECT_EQ(run({"read", "/dev/sda", "--lba", "0", "--count", "2"}).out, std::string(1024, '\0'));
+  EXPECT_EQ(run({"modes", "/dev/sda", "--saved", "--default"}).status, 2);
+}
+
+TEST_F(ToolDisk, StopsWhereTheDataOrTheDeviceEnd) {
+  EXPECT_EQ(shell("head -c 1500 /dev/zero | kzddl write /dev/sda --lba 5 --yes"),
+            "kzddl: write /dev/sda: stopped at LBA 7, after 2 blocks: standard input ended 476 "
+            "bytes into a block\n1\n");
+  EXPECT_EQ(shell("head -c 1024 /dev/zero | kzddl write /dev/sda --lba 5 --count 3 --yes"),
+            "kzddl: write /dev/sda: stopped at LBA 7, after 2 blocks: standard input ended too "
+            "soon\n1\n");
+  EXPECT_EQ(shell("kzddl write /dev/sda --lba 2097150 --in /dev/zero --yes"),
+            "kzddl: write /dev/sda: stopped at LBA 2097152, after 2 blocks: the disk ends here, "
+            "/dev/zero does not\n1\n");
+  EXPECT_EQ(
+      shell("kzddl read /dev/sda --lba 0 --count 2097152 | head -c 0")
+          .find("kzddl: read /dev/sda: stopped at LBA 0, after 0 blocks: write standard output: "
+                "Broken pipe"),
+      0u);
+  expect_mistake({"read", "/dev/sda", "--lba", "1", "--count", "9", "--out", "/dev/full"},
+                 "read /dev/sda: stopped at LBA 1, after 0 blocks: write /dev/full: No space left "
+                 "on device",
+                 1);
+  // No file has room for the blocks behind 2^63 bytes.
+  const auto array = [this](const std::string &blocks) {
+    std::ofstream(file("array.json"))
+        << json{{"units",
+                 {{{"blocks", std::uint64_t{1} << 60},
+                   {"file", blocks},
+                   {"paths", {{{"node", "/dev/sda"}, {"device", "8:0"}}}}}}}};
+    return "--sim=" + file("array.json");
+  };
+  const ToolRun tool = run_tool(
+      {array("blocks"), "read", "/dev/sda", "--lba", "18014398509481980", "--count", "100"});
+  EXPECT_EQ(tool.out, std::string(3 * 512, '\0'));
+  EXPECT_EQ(tool.err,
+            "kzddl: read /dev/sda: stopped at LBA 18014398509481983, after 3 blocks: "
+            "CHECK CONDITION, MEDIUM ERROR: UNRECOVERED READ ERROR\n");
+  EXPECT_EQ(tool.status, 1);
+  const ToolRun no_file = run_tool({array("no/blocks"), "discover"});
+  EXPECT_EQ(no_file.err, "simulated host: " + file("no/blocks") + ": No such file or directory\n");
+  EXPECT_EQ(no_file.status, 2);
+}
+
+TEST_F(ToolDisk, ModePagesComeAsTheyAre) {
+  const std::string raw = run({"modes", "/dev/sda", "--page", "0a", "--raw"}).out;
+  const std::string expected("\x17\0\x10\x08\0\x20\0\0\0\0\x02\0\x0A\x0A\x02\x10\0\0\0\0\0\0\0\0",
+                             24);
+  EXPECT_EQ(raw, expected);
+  const std::string decoded = run({"modes", "/dev/sda"}).out;
+  const std::string hex = run({"modes", "/dev/sda", "--hex"}).out;
+  const std::string again = run_tool({"decode", "modes", "-"}, hex).out;
+  EXPECT_EQ(decoded.substr(decoded.find('\n')), again.substr(again.find('\n')));
+}
+
+// --- captured replies ---
+
+TEST(ToolDecodeDisk, ModeFormsAndReplies) {
+  const struct {
+    const char *hex;
+    tool::ModeForm form;
+    const char *json;  ///< what must be in it
+  } cases[] = {
+      {"00 12 00 80 01 00 00 10  00 00 00 01 00 00 00 00 00 00 00 00 00 00 10 00",
+       tool::ModeForm::six, R"({"cut_short": false})"},
+      {"00 16 00 80 01 00 00 10  00 00 00 01 00 00 00 00 00 00 00 00 00 00 10 00",
+       tool::ModeForm::ten,
+       R"({"write_protected": true, "block_descriptors": [{"blocks": 4294967296,
+           "block_size": 4096}], "pages": []})"},
+      {"0f 00 00 08 ff ff ff ff 00 00 02 00 ca 01 00 02", tool::ModeForm::six,
+       R"({"block_descriptors": [{"blocks": null, "block_size": 512}], "pages": [{"page": 10,
+           "subpage": 1, "name": null, "savable": true, "length": 4, "announced_length": 6,
+           "cut_short": true, "hex": "CA010002"}]})"},
+      {"20 00 00 ff 01 02", tool::ModeForm::six, R"({"cut_short": true, "pages": []})"},
+      {"07 00 00 00 04 16 00 01", tool::ModeForm::six, R"({"pages": [{"page": 4, "subpage": null,
+           "name": "Rigid Disk Geometry", "savable": false, "length": 4, "announced_length": 24,
+           "cut_short": true, "hex": "04160001"}]})"},
+      {"04 00 00 00 88", tool::ModeForm::six, R"({"cut_short": false})"},
+  };
+  for (const auto &[hex, form, expected] : cases) {
+    const capture::Bytes bytes = capture::parse_hex(hex);
+    EXPECT_EQ(tool::mode_form_of(bytes), form) << hex;
+    const GuardedPage guarded(bytes);
+    const auto view = tool::mode_view("", {guarded.data(), bytes.size()}, form);
+    const json wanted = json::parse(expected);
+    for (const auto &[key, value] : wanted.items())
+      EXPECT_EQ(json(view.json)[key], value) << hex;
+  }
+}
+
+// --- faults ---
+
+class ToolBlocks : public WayTest {
+ protected:
+  std::string failure_of_read(std::size_t blocks) {
+    Bytes buffer(blocks * 512, 0xEE);
+    const tool::Moved moved = tool::BlockDevice(device_, "read").read(0, buffer);
+    EXPECT_EQ(moved.failure.empty(), moved.blocks == blocks);
+    return moved.failure;
+  }
+
+  void attention(int times) {
+    host.inject(node, {.times = times, .reply = Reply::check_condition({0x06, 0x29, 0x00})});
+  }
+
+  tool::Device device_{node};
+};
+INSTANTIATE_TEST_SUITE_P(, ToolBlocks, every_sg_way, way_name);
+
+TEST_P(ToolBlocks, UnitAttentionsArePassedOver) {
+  for (int times = 1; times <= 2; ++times) {
+    attention(times);
+    EXPECT_EQ(failure_of_read(20), "");
+    attention(times);
+    EXPECT_FALSE(tool::is_reserved_elsewhere(device_));
+  }
+  attention(3);
+  EXPECT_THROW(tool::read_capacity(device_), tool::Error);
+}
+
+TEST_P(ToolBlocks, ADeadPathDoesNotReadAsZeros) {
+  const auto fail = [this](std::uint8_t opcode) {
+    host.inject(node, {.opcode = opcode, .times = -1, .reply = Reply{.host_status = 1}});
+  };
+  fail(sim::opcode::read_10);
+  EXPECT_EQ(failure_of_read(8), "") << "a host error is hidden from the legacy request";
+  fail(sim::opcode::test_unit_ready);
+  EXPECT_EQ(failure_of_read(8), "no connection to the device");
+}
+
+TEST_P(ToolBlocks, ReservedByAnotherHost) {
+  const auto disk = std::make_shared<sim::Disk>(sim::DiskSpec{});
+  host.add({.name = node, .number = number, .device = disk});
+  EXPECT_FALSE(tool::is_reserved_elsewhere(device_));
+  disk->reserve_elsewhere(true);
+  EXPECT_TRUE(tool::is_reserved_elsewhere(device_));
+  EXPECT_EQ(failure_of_read(8), "RESERVATION CONFLICT");
+  disk->reserve_elsewhere(false);
+  EXPECT_FALSE(tool::is_reserved_elsewhere(device_));
+  EXPECT_EQ(failure_of_read(8), "");
+}
+
+TEST_P(ToolBlocks, CapacitiesThatCannotBeAreRefused) {
+  for (const Bytes &reply : {Bytes{0, 0, 0, 9, 0, 0, 0, 0}, Bytes{0, 0, 0, 9, 0, 8, 2, 0}}) {
+    host.inject(node,
+                {.opcode = sim::opcode::read_capacity_10, .times = 1, .reply = Reply::with(reply)});
+    EXPECT_THROW(tool::BlockDevice(device_, "read"), tool::Error);
+  }
+}
+
+}  // namespace
+}  // namespace kzddl_test
