@@ -54,7 +54,7 @@ KZDDL_API int generic_mode_sense_old(odh *path, int dbd, int pc, int page, int *
  * @param dev_lo   low 32-bit word of the device number
  * @param dev_hi   high 32-bit word of the device number
  * @param subpage  subpage code
- * @param len      receives the answer's length; 255 on failure
+ * @param len      receives the answer's length; 255 when the command fails
  */
 KZDDL_API int do_mode_sense_raw1(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int page,
                                  int subpage, int *len, unsigned char **buf);
