@@ -2,7 +2,6 @@
 // (2 unless set): no deadlock, no race (run it under ThreadSanitizer), no freed memory, and
 // counters and both halves of every link in order, which the library asserts as it goes.
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <random>
 #include <thread>
@@ -10,30 +9,11 @@
 #include "kzddl/ddl_name_value_api.h"
 #include "support/log_capture.h"
 #include "support/property_test.h"
+#include "support/stress.h"
 
 namespace {
 
 using namespace kzddl_test;
-
-std::chrono::seconds duration() {
-  const char *seconds = std::getenv("KZDDL_STRESS_SECONDS");
-  return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 2);
-}
-
-template <class Work>
-void run_threads(int count, Work work) {
-  const auto end = std::chrono::steady_clock::now() + duration();
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i) {
-    threads.emplace_back([&, i] {
-      std::mt19937 random(static_cast<unsigned>(i));
-      while (std::chrono::steady_clock::now() < end)
-        work(random);
-    });
-  }
-  for (std::thread &thread : threads)
-    thread.join();
-}
 
 template <class T>
 std::string address(T *pointer) {
@@ -189,7 +169,7 @@ TEST_F(Stress, NoDiskLosesAnAnswerThatAnotherGivesUp) {
     relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry);
   }
   std::atomic<unsigned> threads = 0;
-  run_threads(static_cast<int>(disks.size()), [&](std::mt19937 &random) {
+  run_threads(static_cast<unsigned>(disks.size()), [&](std::mt19937 &random) {
     thread_local const std::string &disk = disks[threads++];
     next_answer = random() % 2 != 0 ? "x" : "y";
     EXPECT_EQ(linked("DISK", disk, "A"), Strings{next_answer});
