@@ -167,9 +167,9 @@ void change_reservations(Device &device, const ReservationChange &change) {
   tell(device, "reservations", reserve_cdb(0x5F, change.action, change.type, sizeof parameters),
        {bytes, sizeof parameters}, [&] {
          errno = 0;
-         return change_result(do_pgr_out(device.path(), change.action, logical_unit_scope,
-                                         change.type, &parameters),
-                              device);
+         return change_result(
+             do_pgr_out(device.path(), change.action, logical_unit_scope, change.type, &parameters),
+             device);
        });
 }
 
