@@ -114,16 +114,13 @@ struct NamedProperty {
 /// A property that was found, held for reading; the list of properties is already released.
 class PropertyReader {
  public:
+  explicit PropertyReader(const char *name)
+      : PropertyReader(name, [] { return NamedProperty{}; }) {}
   /// The property `other` is found only, not held.
-  explicit PropertyReader(const char *name, const char *other = nullptr)
-      : generic_(generic_lock(), RwGuard::Mode::read),
-        store_exists_(plist),
-        property_(find_property(name)),
-        other_(named(other)),
-        dynamic_{KZDDL_PROP_DYNAMIC, dynamic_property},
-        lock_(property_ != nullptr ? property_->rwlock() : RwLock{}, RwGuard::Mode::read) {
-    generic_.release();
-  }
+  PropertyReader(const char *name, const char *other)
+      : PropertyReader(name, [other] {
+          return NamedProperty{other, find_property(other)};
+        }) {}
 
   bool store_exists() const { return store_exists_; }
   const NamedProperty &other() const { return other_; }
@@ -137,8 +134,15 @@ class PropertyReader {
   }
 
  private:
-  static NamedProperty named(const char *name) {
-    return {name, name != nullptr ? find_property(name) : nullptr};
+  template <class FindOther>
+  PropertyReader(const char *name, FindOther find_other)
+      : generic_(generic_lock(), RwGuard::Mode::read),
+        store_exists_(plist),
+        property_(find_property(name)),
+        other_(find_other()),
+        dynamic_{KZDDL_PROP_DYNAMIC, dynamic_property},
+        lock_(property_ != nullptr ? property_->rwlock() : RwLock{}, RwGuard::Mode::read) {
+    generic_.release();
   }
 
   RwGuard generic_;
