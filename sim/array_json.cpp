@@ -133,7 +133,7 @@ void install_file(Host &host, const std::string &file, const HostSpec &spec) {
     }
     require_distinct(units);
     install(host, std::move(units), machine, spec);
-  } catch (const json::parse_error &error) {
+  } catch (const json::exception &error) {
     // Its text names line and column, behind the library's own mark.
     const std::string text = error.what();
     throw ArrayError(file + ": " + text.substr(text.find("] ") + 2));

@@ -155,6 +155,7 @@ TEST(Array, MistakesAreReportedWithTheirPlace) {
   for (const auto &[json, message] : cases)
     EXPECT_EQ(message_of(json), message);
   EXPECT_EQ(message_of("{\"units\": [\n  oops]}").find("parse error at line 2, column 3"), 0u);
+  EXPECT_EQ(message_of("{\"units\": 9e999}"), "number overflow parsing '9e999'");
   EXPECT_NE(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
                 .find("/units/0/paths/1/replay: "),
             std::string::npos);
