@@ -71,13 +71,15 @@ unsigned char *read_by_hand(bool is_direct, std::span<const std::uint8_t> cdb, u
   return nullptr;
 }
 
-/// PERSISTENT RESERVE IN by the legacy request: once for the length, once for the data.
+/// PERSISTENT RESERVE IN by the legacy request: once for the length, once for the data. The
+/// control node is opened for each.
 void *read_keys_by_hand(bool is_direct) {
-  const int node = open_node(is_direct, O_RDONLY | O_NONBLOCK);
-  if (node < 0) return nullptr;
+  int node = -1;
   std::uint32_t length = 0;
   unsigned char *reply = nullptr;
   for (int pass = 0; pass < 2; ++pass) {
+    if (pass == 0 || !is_direct) node = open_node(is_direct, O_RDONLY | O_NONBLOCK);
+    if (node < 0) break;
     std::free(reply);
     reply = static_cast<unsigned char *>(std::malloc(58 + length));
     if (reply == nullptr) break;
@@ -90,6 +92,7 @@ void *read_keys_by_hand(bool is_direct) {
     Record record{0x800, 0, SCSI_IOCTL_SEND_COMMAND, O_NONBLOCK, reply};
     const int result =
         is_direct ? ioctl(node, SCSI_IOCTL_SEND_COMMAND, reply) : ioctl(node, 0x4A4F5825, &record);
+    if (pass == 1 || !is_direct) close(node);
     if (result != 0) break;
     std::memcpy(&length, reply + 12, sizeof length);
     length = __builtin_bswap32(length) & 0x3FFF;
@@ -97,7 +100,6 @@ void *read_keys_by_hand(bool is_direct) {
   void *keys = std::malloc(length + 12);
   if (keys != nullptr && reply != nullptr) std::memcpy(keys, reply + 8, length + 8);
   std::free(reply);
-  close(node);
   return keys;
 }
 
