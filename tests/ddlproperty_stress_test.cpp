@@ -25,16 +25,21 @@ void discard(int n, const char **array) {
   if (n > 0) std::free(array);
 }
 
+/// What an array support library answers: one pair, with `values` as its value.
+std::int32_t answer_with(const char *attr, const char *values, char ***list) {
+  char *pair = nullptr;
+  nv_set_value(&pair, attr, values);
+  nv_create_list(list, pair, nullptr);
+  nv_free(pair);
+  return 0;
+}
+
 std::int32_t changing_answer(dip record, const char *attr, char ***list) {
   static std::atomic<unsigned> calls = 0;
   const unsigned n = ++calls;
   EXPECT_EQ(record.odh->devname, std::string(record.path));
   if (n % 5 == 0) return 1;
-  char *pair = nullptr;
-  nv_set_value(&pair, attr, n % 2 != 0 ? "a,b" : "b,c,a");
-  nv_create_list(list, pair, nullptr);
-  nv_free(pair);
-  return 0;
+  return answer_with(attr, n % 2 != 0 ? "a,b" : "b,c,a", list);
 }
 
 struct Handler {
@@ -126,22 +131,23 @@ TEST_F(Stress, AnyMixOfOperations) {
   print_property_list();
 }
 
-std::int32_t steady_answer(dip, const char *attr, char ***list) {
-  char *pair = nullptr;
-  nv_set_value(&pair, attr, "shared,value");
-  nv_create_list(list, pair, nullptr);
-  nv_free(pair);
-  return 0;
-}
-
-TEST_F(Stress, DisksThatShareAnAnswerKeepItWhileTheyAreFetched) {
-  const auto entry = address(steady_answer);
-  const Strings disks = {"/dev/null", "/dev/zero", "/dev/full"};
+/// Three disks with the dynamic attribute A, which `entry` answers for.
+Strings disks_answered_by(get_dynamic_attr_fn entry) {
+  Strings disks = {"/dev/null", "/dev/zero", "/dev/full"};
+  relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", address(entry));
   for (const std::string &disk : disks) {
     relate("DISK", disk, "DYNAMIC", "A");
     relate("DISK", disk, "LIBNAME", "lib");
-    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry);
   }
+  return disks;
+}
+
+std::int32_t steady_answer(dip, const char *attr, char ***list) {
+  return answer_with(attr, "shared,value", list);
+}
+
+TEST_F(Stress, DisksThatShareAnAnswerKeepItWhileTheyAreFetched) {
+  const Strings disks = disks_answered_by(steady_answer);
   run_threads(4, [&](std::mt19937 &random) {
     // Entries are read: a value that the library reports again is never removed.
     EXPECT_EQ(linked("DISK", disks[random() % disks.size()], "A"), (Strings{"value", "shared"}));
@@ -153,21 +159,11 @@ TEST_F(Stress, DisksThatShareAnAnswerKeepItWhileTheyAreFetched) {
 thread_local std::string next_answer;
 
 std::int32_t own_answer(dip, const char *attr, char ***list) {
-  char *pair = nullptr;
-  nv_set_value(&pair, attr, next_answer.c_str());
-  nv_create_list(list, pair, nullptr);
-  nv_free(pair);
-  return 0;
+  return answer_with(attr, next_answer.c_str(), list);
 }
 
 TEST_F(Stress, NoDiskLosesAnAnswerThatAnotherGivesUp) {
-  const auto entry = address(own_answer);
-  const Strings disks = {"/dev/null", "/dev/zero", "/dev/full"};
-  for (const std::string &disk : disks) {
-    relate("DISK", disk, "DYNAMIC", "A");
-    relate("DISK", disk, "LIBNAME", "lib");
-    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry);
-  }
+  const Strings disks = disks_answered_by(own_answer);
   std::atomic<unsigned> threads = 0;
   run_threads(static_cast<unsigned>(disks.size()), [&](std::mt19937 &random) {
     thread_local const std::string &disk = disks[threads++];
