@@ -12,6 +12,8 @@ namespace kzddl {
 class Descriptor {
  public:
   Descriptor() = default;
+  /// Takes over an open descriptor; a negative number is none.
+  explicit Descriptor(int fd) : fd_(fd) {}
   Descriptor(const Descriptor &) = delete;
   Descriptor &operator=(const Descriptor &) = delete;
 

@@ -31,10 +31,10 @@ Line &line_of_this_thread() {
 static_assert(lines == std::size_t{1} << (32 - 26));
 
 /// A reader is inside for less than a millisecond. Sleeping, unlike yielding, also lets one in
-/// that has a lower priority.
+/// that has a lower priority. The caller's errno stays as it is, also where a signal comes.
 void wait_a_little() {
   const timespec pause{0, 20'000};
-  nanosleep(&pause, nullptr);
+  clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr);
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ void install_file(Host &host, const std::string &file, const HostSpec &spec) {
   try {
     const json document = json::parse(stream);
     const Value root(document, "");
-    root.require_object({"machine", "units"});
+    root.require_object({"machine", "privileged", "units"});
     std::string machine = "x86_64";
     root.read("machine", machine, 64);
     std::vector<UnitSpec> units;
@@ -133,6 +133,9 @@ void install_file(Host &host, const std::string &file, const HostSpec &spec) {
     }
     require_distinct(units);
     install(host, std::move(units), machine, spec);
+    bool privileged = true;
+    root.read("privileged", privileged);
+    if (!privileged) host.drop_privileges();
   } catch (const json::exception &error) {
     // Its text names line and column, behind the library's own mark.
     const std::string text = error.what();

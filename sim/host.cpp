@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "sim/command_rules.h"
 #include "sim/platform.h"
 
 namespace sim {
@@ -66,6 +67,11 @@ void Host::set_machine(std::optional<std::string> machine) {
   machine_ = std::move(machine);
 }
 
+void Host::drop_privileges() {
+  const std::scoped_lock lock(mutex_);
+  privileged_ = false;
+}
+
 void Host::inject(const std::string &node, Fault fault) {
   const std::scoped_lock lock(mutex_);
   faults_[node].push_back(std::move(fault));
@@ -111,6 +117,7 @@ std::optional<int> Host::open(const std::string &name, int flags) {
     return fail(error->second);
   }
   if (!is_control && !nodes_.contains(name)) return std::nullopt;
+  if (is_control && !privileged_) return fail(EACCES);
   if (removed_.contains(name)) return fail(ENXIO);
   // A real descriptor keeps the number from being given out twice.
   const int fd = platform::open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -253,7 +260,24 @@ int Host::legacy(const Node &node, void *argument, Request request) {
   return 0;
 }
 
+bool Host::may_send(const Request &request) const {
+  const std::scoped_lock lock(mutex_);
+  if (privileged_) return true;
+  switch (rule_of(request.cdb[0]).sender) {
+    case Sender::anyone:
+      return true;
+    case Sender::writer:
+      return (request.oflags & O_ACCMODE) != O_RDONLY;
+    default:
+      return false;
+  }
+}
+
 std::optional<Reply> Host::answer(const Node &node, const Request &request) {
+  if (!may_send(request)) {
+    errno = EPERM;
+    return std::nullopt;
+  }
   const std::optional<Fault> fault = take_fault(node.name, request.cdb[0]);
   {
     const std::scoped_lock lock(mutex_);

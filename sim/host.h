@@ -79,6 +79,10 @@ class Host {
   /// What uname answers; nothing makes it fail.
   void set_machine(std::optional<std::string> machine);
 
+  /// From now on the process is a user's who has the devices' nodes, but no privileges: the
+  /// kernel refuses some commands (EPERM), and the control node cannot be opened (EACCES).
+  void drop_privileges();
+
   void inject(const std::string &node, Fault fault);
   /// Opening `node` fails with `error` (0: works again).
   void fail_open(const std::string &node, int error);
@@ -113,12 +117,14 @@ class Host {
   int perform(const std::string &name, unsigned long command, void *argument, Request request);
   int sg_io(const Node &node, sg_io_hdr &header, Request request);
   int legacy(const Node &node, void *argument, Request request);
+  bool may_send(const Request &request) const;
   std::optional<Reply> answer(const Node &node, const Request &request);
   std::optional<Fault> take_fault(const std::string &node, std::uint8_t opcode);
 
   mutable std::mutex mutex_;
   std::map<std::string, Node> nodes_;
   bool has_control_node_ = false;
+  bool privileged_ = true;
   std::map<std::string, std::optional<std::string>> files_;
   bool knows_machine_ = false;
   std::optional<std::string> machine_;

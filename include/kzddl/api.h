@@ -14,7 +14,9 @@
 #endif
 
 #ifdef __cplusplus
+/** Begins declarations of C names. */
 #define KZDDL_BEGIN_DECLS extern "C" {
+/** Ends them. */
 #define KZDDL_END_DECLS }
 #else
 #define KZDDL_BEGIN_DECLS

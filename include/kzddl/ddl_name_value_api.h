@@ -87,6 +87,7 @@ KZDDL_API int32_t nv_append_value(char **pair, const char *old, ...) __attribute
 /**
  * Reads the name of a pair, without the whitespace around it.
  *
+ * @param pair  the pair
  * @param name  receives the name
  * @return 0; -1 when `pair` has no "=" or an empty name, or when memory is short
  */
@@ -95,6 +96,7 @@ KZDDL_API int32_t nv_get_name(const char *pair, char **name);
 /**
  * Splits the value of a pair.
  *
+ * @param pair    the pair
  * @param values  receives a null-terminated array: each typed string whole, with a NUL; each
  *                plain element without the whitespace around it. A plain value has at least one
  *                element, which may be empty.

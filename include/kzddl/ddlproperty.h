@@ -64,6 +64,7 @@ KZDDL_API int is_proplist_initialized(void);
 /**
  * Makes a property without values.
  *
+ * @param name          its name, which is copied
  * @param type          kept, and the width that follows from it: 2 for types 2 and 3, 4 for
  *                      types 4 to 7, else 0
  * @param attr1, attr2  kept
@@ -75,6 +76,7 @@ KZDDL_API int32_t create_property(const char *name, int32_t type, uint32_t attr1
  * Adds values to a property, which is made when there is none, also for an empty array. A value
  * already there stays as it is; one for which memory is short is left out.
  *
+ * @param name    name of the property
  * @param values  null-terminated array
  * @return the number of entries of the array; -1 without a database, for plain text that is
  *         too long, or when the property cannot be made
@@ -85,6 +87,7 @@ KZDDL_API int32_t set_property_ts(const char *name, const char *const *values);
  * Adds values to a property one by one, as set_property_ts() does, until one fails. An empty
  * array does nothing.
  *
+ * @param name    name of the property
  * @param values  null-terminated array
  * @return the number of entries of the array; -1 when one failed
  */
@@ -93,6 +96,7 @@ KZDDL_API int32_t set_property(const char *name, const char *const *values);
 /**
  * Looks up the values of a property.
  *
+ * @param name    name of the property
  * @param values  receives an array of typed strings; untouched unless the result is positive
  * @return the number of values; 0 for an unknown property or when memory is short; -1 without
  *         a database
@@ -105,6 +109,7 @@ KZDDL_API int32_t get_property(const char *name, const char ***texts);
 /**
  * Removes values with all their associations, and the property when none is left.
  *
+ * @param name    name of the property
  * @param values  null-terminated array; values that do not exist are passed over
  * @return 0; -1 for an unknown property or plain text that is too long
  */
@@ -114,6 +119,7 @@ KZDDL_API int32_t delete_property_ts(const char *name, const char *const *values
  * Removes values one by one, as delete_property_ts() does, until one fails. An empty array does
  * nothing.
  *
+ * @param name    name of the property
  * @param values  null-terminated array
  * @return 0; -1 when one failed: also when the property went with an earlier one
  */

@@ -51,7 +51,9 @@ enum {
  * Looks up the values of property `q` that value `x` of property `p` is linked with and that
  * compare with `x` as `op` says, by payload bytes. Nothing is refreshed.
  *
+ * @param p, x    the property and its value that the links start from
  * @param op      a comparison named above; any other selects nothing
+ * @param q       the property whose values are looked for
  * @param values  receives an array of typed strings; untouched unless the result is positive
  * @return the number of values; -1 when the database, a property or `x` does not exist, or when
  *         memory is short

@@ -39,11 +39,11 @@
 
 KZDDL_BEGIN_DECLS
 
-#define KZDDL_PROP_DISK "DISK"
-#define KZDDL_PROP_DYNAMIC "DYNAMIC"
-#define KZDDL_PROP_LIBNAME "LIBNAME"
-#define KZDDL_PROP_ENTRY "GET_DYNAMIC_ATTR_ENTRY"
-#define KZDDL_PROP_HANDLER "GET_DLL_HANDLER"
+#define KZDDL_PROP_DISK "DISK"                    /**< device paths of disks */
+#define KZDDL_PROP_DYNAMIC "DYNAMIC"              /**< names of dynamic attributes */
+#define KZDDL_PROP_LIBNAME "LIBNAME"              /**< names of array support libraries */
+#define KZDDL_PROP_ENTRY "GET_DYNAMIC_ATTR_ENTRY" /**< addresses of entry points */
+#define KZDDL_PROP_HANDLER "GET_DLL_HANDLER"      /**< addresses of handler records */
 
 /** Bytes of a device path in a `dip` record, with its NUL. A longer one cannot be fetched for. */
 #define KZDDL_DIP_PATH_SIZE 132
@@ -84,6 +84,8 @@ enum {
  * attribute is fetched first: by the attribute's own entry point, else `q` by that of the
  * disk's library. A fetch that fails is logged and leaves the answer to what is stored.
  *
+ * @param p, v    the property and its value that the links start from
+ * @param q       the property whose values are looked for
  * @param values  receives an array of typed strings. Without any it is left alone, or set to
  *                null after a fetch.
  * @return the number of values; 0 for none; -1 when the database, a property or `v` does not
@@ -98,6 +100,7 @@ KZDDL_API int32_t get_asso_val(const char *p, const char *v, const char *q, cons
  * Looks up everything that value `v` of property `p` is linked with. When `p` is exactly "DISK",
  * all dynamic attributes of the disk are fetched first, as get_asso_val_ts() does.
  *
+ * @param p, v    the property and its value that the links start from
  * @param names   receives an array of property names
  * @param values  receives an array of typed strings in step with `names`. Without any link both
  *                are left alone, or set to null after a fetch.

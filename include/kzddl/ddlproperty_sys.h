@@ -2,9 +2,9 @@
  * @file
  * Lock wrappers of the process-wide state, and the block device path of a disk.
  *
- * Thread safety: every function may be called from any thread. Lock order: the generic
- * lock before any property's lock; two property locks in `strcmp` order of their names;
- * the version, geometry and array support library mutexes are taken last, alone.
+ * Thread safety: every function may be called from any thread. Lock order: an array support
+ * library's mutex, with no other lock held; the generic lock; property locks, two of them in
+ * `strcmp` order of their names; last the version or the geometry mutex, never both.
  *
  * Every wrapper returns the result of the POSIX call it makes: 0, or a positive error
  * number. A negative result is logged and ends the process with exit status 4.

@@ -50,16 +50,16 @@ typedef const char *(*sl_text_fn)(const void *element);
 
 /** One element and its links, in one allocation with the array that `forward` points to. */
 typedef struct sl_node {
-  void *element;
+  void *element;            /**< the caller's */
   struct sl_node **forward; /**< next nodes, one for each level from 0 to the node's own */
 } sl_node;
 
 /** A list, in one allocation with the array that `forward` points to. Callers only read it. */
 typedef struct sl_list {
-  float probability; /**< as given at creation; levels are always drawn with one half */
-  int32_t level;     /**< highest level in use, from 0 */
-  int32_t max_level; /**< highest level a node may reach */
-  sl_compare_fn compare;
+  float probability;        /**< as given at creation; levels are always drawn with one half */
+  int32_t level;            /**< highest level in use, from 0 */
+  int32_t max_level;        /**< highest level a node may reach */
+  sl_compare_fn compare;    /**< the order of the elements */
   struct sl_node **forward; /**< first nodes, one for each level from 0 to `max_level` */
 } sl_list;
 
@@ -88,7 +88,8 @@ KZDDL_API void *sl_search(const sl_list *list, const void *key);
 /**
  * Removes the element that matches `key`; the element itself is left alone.
  *
- * @param key  should match one element: of several the first is removed
+ * @param list  the list
+ * @param key   should match one element: of several the first is removed
  * @return 0; -1 when nothing matches or for a null list
  */
 KZDDL_API int32_t sl_delete(sl_list *list, const void *key);

@@ -43,6 +43,7 @@ KZDDL_API void ts_copy(char *dst, const char *src);
 /**
  * Finds the separator that ends an element of a sequence of values.
  *
+ * @param s  the sequence
  * @param c  the separator, such as ','
  * @return in plain text the first `c` (its terminator for 0); in a typed string the byte right
  *         after the payload when that is `c` and not 0; else null
@@ -53,6 +54,7 @@ KZDDL_API char *ts_char(const char *s, int32_t c);
  * Makes plain text of `s`: plain text and the payload of type 0 as they are (up to a NUL), any
  * other payload as upper-case hexadecimal digits.
  *
+ * @param s    plain text or a typed string
  * @param out  receives text that the caller releases with `free`, or null
  * @return 0, or -1 when memory is short
  */

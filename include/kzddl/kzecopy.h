@@ -30,9 +30,8 @@ KZDDL_API int do_td_create_e0(const unsigned char *lun, const unsigned char *por
                               unsigned char **td);
 
 /**
- * Builds a Fibre Channel N_Port_ID descriptor (type code 0xE1); as do_td_create_e0().
- *
- * @param port  8 bytes, of which the first 7 go to bytes 21 to 27: the N_Port_ID is the first 3
+ * Builds a Fibre Channel N_Port_ID descriptor (type code 0xE1); as do_td_create_e0(). Of the 8
+ * bytes at `port` the first 7 go to bytes 21 to 27: the N_Port_ID is the first 3.
  */
 KZDDL_API int do_td_create_e1(const unsigned char *lun, const unsigned char *port, uint32_t parms,
                               unsigned char **td);
@@ -61,7 +60,9 @@ KZDDL_API int do_display_target_desc(const char *name, const unsigned char *td);
 /**
  * Pads a text with blanks to `width` - 1 characters and a NUL; a longer one is cut there.
  *
- * @param dst  `width` bytes
+ * @param text   the text
+ * @param dst    `width` bytes
+ * @param width  at least 1
  * @return 0
  */
 KZDDL_API int padstring(const char *text, char *dst, int width);

@@ -18,20 +18,20 @@ KZDDL_BEGIN_DECLS
 
 /** Operating parameters of a copy manager, in host byte order. */
 typedef struct rcr_oper_parm {
-  uint32_t available_data; /**< 105 when built from the mode page */
-  uint16_t max_target_descriptor_count;
-  uint16_t max_segment_descriptor_count;
-  uint32_t max_descriptor_list_length;      /**< bytes */
-  uint32_t max_segment_length;              /**< bytes */
-  uint32_t max_inline_data_length;          /**< bytes */
-  uint32_t held_data_limit;                 /**< bytes; 0 when built from the mode page */
-  uint32_t max_stream_device_transfer_size; /**< bytes; 0 when built from the mode page */
-  uint8_t max_concurrent_copies;
+  uint32_t available_data;                    /**< 105 when built from the mode page */
+  uint16_t max_target_descriptor_count;       /**< of one copy */
+  uint16_t max_segment_descriptor_count;      /**< of one copy */
+  uint32_t max_descriptor_list_length;        /**< bytes */
+  uint32_t max_segment_length;                /**< bytes */
+  uint32_t max_inline_data_length;            /**< bytes */
+  uint32_t held_data_limit;                   /**< bytes; 0 when built from the mode page */
+  uint32_t max_stream_device_transfer_size;   /**< bytes; 0 when built from the mode page */
+  uint8_t max_concurrent_copies;              /**< at a time */
   uint8_t data_segment_granularity;           /**< power of two */
   uint8_t inline_data_granularity;            /**< power of two */
   uint8_t held_data_granularity;              /**< power of two */
   uint8_t implemented_descriptor_list_length; /**< number of type codes that follow */
-  uint8_t implemented_descriptor_type_codes[KZDDL_RCR_MAX_CODES];
+  uint8_t implemented_descriptor_type_codes[KZDDL_RCR_MAX_CODES]; /**< of descriptors */
 } rcr_oper_parm;
 
 /**

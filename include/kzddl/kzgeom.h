@@ -18,14 +18,14 @@ KZDDL_BEGIN_DECLS
 
 /** A disk's geometry: 48 bytes in native byte order, in both word sizes. */
 typedef struct disk_geom {
-  uint32_t sectors_per_track;
-  uint32_t cylinders;
-  uint32_t heads;
-  uint32_t bytes_per_sector;
-  uint32_t rotation_rate; /**< revolutions a minute */
-  uint32_t flags;         /**< KZDDL_GEOM_DERIVED or 0 */
-  uint64_t capacity;      /**< sectors of `bytes_per_sector` bytes */
-  uint32_t reserved[4];   /**< zero */
+  uint32_t sectors_per_track; /**< of mode page 3, fitted to a label */
+  uint32_t cylinders;         /**< of mode page 4 or derived, fitted to a label */
+  uint32_t heads;             /**< of mode page 4, fitted to a label */
+  uint32_t bytes_per_sector;  /**< of mode page 3 */
+  uint32_t rotation_rate;     /**< revolutions a minute */
+  uint32_t flags;             /**< KZDDL_GEOM_DERIVED or 0 */
+  uint64_t capacity;          /**< sectors of `bytes_per_sector` bytes */
+  uint32_t reserved[4];       /**< zero */
 } disk_geom;
 
 /**

@@ -37,9 +37,8 @@ KZDDL_API int do_inquiry_32(odh *path, int evpd, int page, int oflags, int *len,
                             unsigned char **buf);
 
 /**
- * INQUIRY by the legacy request, used on IA-64; arguments and results as do_inquiry().
- *
- * @param indirect  nonzero sends through the control node, zero opens the node
+ * INQUIRY by the legacy request, used on IA-64; arguments and results as do_inquiry(). A nonzero
+ * `indirect` sends through the control node, zero opens the node.
  */
 KZDDL_API int do_inquiry_old(odh *path, int evpd, int page, int oflags, int *len,
                              unsigned char **buf, int indirect);

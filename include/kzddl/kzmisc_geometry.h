@@ -25,9 +25,9 @@ KZDDL_BEGIN_DECLS
 
 /** An entry of the geometry cache, which the geometry mutex guards. */
 typedef struct disk_geom_entry {
-  uint64_t blkdev; /**< device number of the disk's multipath block node: the key */
-  disk_geom geom;
-  struct disk_geom_entry *next;
+  uint64_t blkdev;              /**< device number of the disk's multipath block node: the key */
+  disk_geom geom;               /**< what the disk answered */
+  struct disk_geom_entry *next; /**< null in the last one */
 } disk_geom_entry;
 
 /** First entry of the cache, or null. Read it under ddlproperty_geometry_lock(). */

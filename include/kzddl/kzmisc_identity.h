@@ -13,8 +13,9 @@
 
 KZDDL_BEGIN_DECLS
 
-/** Sizes of a logical unit and a cabinet identifier with their NUL. */
+/** Size of a logical unit's identifier with its NUL. */
 #define KZDDL_LUN_ID_SIZE 65
+/** Size of a cabinet's identifier with its NUL. */
 #define KZDDL_CABINET_ID_SIZE 33
 
 /** Identifier type of a fallback name, or of a page that offers no identifier. */

@@ -14,23 +14,24 @@
 
 KZDDL_BEGIN_DECLS
 
-/** Sizes of a vendor and a product identification with their NUL. */
+/** Size of a vendor identification with its NUL. */
 #define KZDDL_VID_SIZE 9
+/** Size of a product identification with its NUL. */
 #define KZDDL_PID_SIZE 17
 
 /** Device information. Character fields end with a NUL where there is room. */
 typedef struct devinfo {
-  char vendor_id[KZDDL_VID_SIZE];
-  char product_id[KZDDL_PID_SIZE];
-  char revision[5];
-  char cabinet_serial[33];
-  char port_serial[128];
-  char lun_serial[65];
-  uint8_t scsi_version;
-  char array_name[16];
-  char array_type[16];
-  int8_t ownership;
-  uint8_t tpd_flags;
+  char vendor_id[KZDDL_VID_SIZE];  /**< vendor identification of the inquiry data */
+  char product_id[KZDDL_PID_SIZE]; /**< product identification, likewise */
+  char revision[5];                /**< product revision, likewise */
+  char cabinet_serial[33];         /**< serial number of the cabinet */
+  char port_serial[128];           /**< serial number of the port */
+  char lun_serial[65];             /**< serial number of the logical unit */
+  uint8_t scsi_version;            /**< ANSI version, as in get_ansi_from_inqdata() */
+  char array_name[16];             /**< name of the array */
+  char array_type[16];             /**< kind of array */
+  int8_t ownership;                /**< the host's own; printed in decimal */
+  uint8_t tpd_flags;               /**< the host's own; printed in hexadecimal */
 } devinfo;
 
 /** Writes `n` bytes of `field` to standard output as they are, then a newline. */
@@ -77,6 +78,8 @@ KZDDL_API int32_t do_remove_space(char *s);
  *
  * @param dst   `size` bytes; untouched when the digits and a NUL do not fit
  * @param src   `len` bytes
+ * @param len   bytes to render
+ * @param size  size of `dst`
  * @return 0, or -1 when they do not fit
  */
 KZDDL_API int32_t binhex_copy(char *dst, const unsigned char *src, int32_t len, int32_t size);
@@ -87,6 +90,8 @@ KZDDL_API int32_t binhex_copy(char *dst, const unsigned char *src, int32_t len, 
  *
  * @param dst   `size` bytes
  * @param src   `len` bytes
+ * @param len   bytes of the identifier
+ * @param size  size of `dst`
  * @return 0, or -1 when the text (`dst` untouched) or the digits (`dst` unusable) do not fit
  */
 KZDDL_API int32_t bascii_copy(char *dst, const unsigned char *src, int32_t len, int32_t size);

@@ -30,6 +30,8 @@ KZDDL_API int do_mode_sense_raw(odh *path, int dbd, int pc, int page, int *len,
 /**
  * Reads mode pages, without the header and the block descriptors; as do_mode_sense_raw().
  *
+ * @param path, dbd, pc  as do_mode_sense_raw()
+ * @param page           page code
  * @param page_len       receives the length of the pages in bytes
  * @param page_buf       receives a buffer that the caller releases with `free`
  * @param rsvn_conflict  receives 1 when the device answered RESERVATION CONFLICT, else 0 (on
@@ -41,9 +43,7 @@ KZDDL_API int do_mode_sense(odh *path, int dbd, int pc, int page, int *page_len,
 
 /**
  * MODE SENSE by the legacy request; as do_mode_sense_raw(), but `*len` is set to 255 before the
- * command.
- *
- * @param indirect  nonzero sends through the control node, zero opens the node
+ * command. A nonzero `indirect` sends through the control node, zero opens the node.
  */
 KZDDL_API int generic_mode_sense_old(odh *path, int dbd, int pc, int page, int *len,
                                      unsigned char **buf, int indirect);
@@ -53,8 +53,11 @@ KZDDL_API int generic_mode_sense_old(odh *path, int dbd, int pc, int page, int *
  *
  * @param dev_lo   low 32-bit word of the device number
  * @param dev_hi   high 32-bit word of the device number
+ * @param dbd, pc  as do_mode_sense_raw()
+ * @param page     page code
  * @param subpage  subpage code
  * @param len      receives the answer's length; 255 when the command fails
+ * @param buf      receives a buffer of 255 bytes that the caller releases with `free`
  */
 KZDDL_API int do_mode_sense_raw1(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int page,
                                  int subpage, int *len, unsigned char **buf);

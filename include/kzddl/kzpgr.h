@@ -31,8 +31,8 @@ typedef struct pgr_out_param {
   unsigned char service_action_key[8]; /**< service action reservation key, likewise */
   uint32_t scope_address;              /**< scope-specific address, in host byte order */
   unsigned char flags;                 /**< APTPL and the other bits of SPC */
-  unsigned char reserved;
-  unsigned char extent_length[2];
+  unsigned char reserved;              /**< zero */
+  unsigned char extent_length[2];      /**< obsolete in SPC; sent as it is */
 } pgr_out_param;
 
 /** What PERSISTENT RESERVE IN returns: a block of `length` + 12 bytes. */

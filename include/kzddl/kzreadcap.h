@@ -56,9 +56,8 @@ KZDDL_API int do_read_capacity_16(odh *path, int reladr, unsigned lba, int pmi, 
                                   unsigned char **buf);
 
 /**
- * READ CAPACITY(10) by the legacy request; as do_read_capacity().
- *
- * @param indirect  nonzero sends through the control node, zero opens the node
+ * READ CAPACITY(10) by the legacy request; as do_read_capacity(). A nonzero `indirect` sends
+ * through the control node, zero opens the node.
  */
 KZDDL_API int do_read_capacity_old(odh *path, int reladr, unsigned lba, int pmi, int *len,
                                    unsigned char **buf, int indirect);

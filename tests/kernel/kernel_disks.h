@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -63,5 +64,11 @@ inline std::vector<KernelDisk> debug_disks() { return disks_of("Linux"); }
 inline std::vector<KernelDisk> two_paths() { return disks_of("LIO-ORG"); }
 /// A disk with mode pages 3 and 4.
 inline std::vector<KernelDisk> network_disks() { return disks_of("IET"); }
+
+/// Do the tests go through the control node?
+inline bool indirect() {
+  const char *route = std::getenv("KZTEST_ROUTE");
+  return route != nullptr && std::strcmp(route, "indirect") == 0;
+}
 
 }  // namespace kzddl_test

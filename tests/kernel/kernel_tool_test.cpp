@@ -10,7 +10,7 @@ namespace {
 using nlohmann::json;
 
 ToolRun run(std::vector<std::string> arguments, std::string_view input = {}) {
-  arguments.insert(arguments.end(), {"--route", "direct"});
+  if (!indirect()) arguments.insert(arguments.end(), {"--route", "direct"});
   return run_tool(arguments, input);
 }
 
