@@ -68,19 +68,19 @@ class ControlService {
   }
 
   /// Memory that is its own, in KiB.
-  long memory() const { return number("RssAnon:"); }
-  long threads() const { return number("Threads:"); }
+  long memory() const { return number("smaps_rollup", "Anonymous:"); }
+  long threads() const { return number("status", "Threads:"); }
   std::size_t descriptors() const {
     const std::filesystem::directory_iterator list("/proc/" + std::to_string(pid_) + "/fd");
     return static_cast<std::size_t>(std::distance(begin(list), end(list)));
   }
 
  private:
-  long number(const std::string &key) const {
-    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-    for (std::string word; status >> word;) {
+  long number(const char *file, const std::string &key) const {
+    std::ifstream stream("/proc/" + std::to_string(pid_) + "/" + file);
+    for (std::string word; stream >> word;) {
       long value = 0;
-      if (word == key && status >> value) return value;
+      if (word == key && stream >> value) return value;
     }
     return -1;
   }
