@@ -92,12 +92,8 @@ class ControlNode::Service {
     return *static_cast<Service *>(fuse_req_userdata(request));
   }
 
-  void make_node() {
-    if (access(node_path, F_OK) == 0) {
-      throw std::runtime_error(std::string(node_path) +
-                               ": there already; does the multipath driver, or another service, "
-                               "serve this host?");
-    }
+  /// What libfuse calls, with this object as the user's data.
+  static cuse_lowlevel_ops callbacks() {
     cuse_lowlevel_ops operations{};
     operations.init_done = [](void *service) {
       // Who may open the node may send any command to any SCSI device of the host.
@@ -120,7 +116,16 @@ class ControlNode::Service {
                                  .in = {static_cast<const std::byte *>(in), in_size},
                                  .out_size = out_size});
     };
+    return operations;
+  }
 
+  void make_node() {
+    if (access(node_path, F_OK) == 0) {
+      throw std::runtime_error(std::string(node_path) +
+                               ": there already; does the multipath driver, or another service, "
+                               "serve this host?");
+    }
+    const cuse_lowlevel_ops operations = callbacks();
     const char *device_info[] = {"DEVNAME=kz/joxconfig"};
     const cuse_info info{.dev_major = 0,
                          .dev_minor = 0,
@@ -167,16 +172,23 @@ class ControlNode::Service {
 
   void answer(fuse_req_t request, const Call &call, const Command &command) {
     const auto job = std::make_shared<Job>(command, call.in);
-    const bool started = workers_.start([request, job] {
-      job->perform();
-      if (job->result() < 0) {
-        fuse_reply_err(request, -job->result());
-      } else {
-        fuse_reply_ioctl_iov(request, job->result(), job->reply().data(),
-                             static_cast<int>(job->reply().size()));
-      }
-    });
+    const bool started = workers_.start([request, job] { carry_out(request, *job); });
     if (!started) fuse_reply_err(request, EBUSY);
+  }
+
+  static void carry_out(fuse_req_t request, Job &job) {
+    try {
+      job.perform();
+    } catch (const std::bad_alloc &) {
+      fuse_reply_err(request, ENOMEM);
+      return;
+    }
+    if (job.result() < 0) {
+      fuse_reply_err(request, -job.result());
+    } else {
+      fuse_reply_ioctl_iov(request, job.result(), job.reply().data(),
+                           static_cast<int>(job.reply().size()));
+    }
   }
 
   void tell_if_drained() {

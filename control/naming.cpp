@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <chrono>
 #include <optional>
 #include <stdexcept>
 
@@ -14,8 +15,9 @@
 namespace control {
 namespace {
 
-/// Devices come in swarms: a scan waits until there was no news for so long.
+/// Devices come in swarms: a scan waits until there was no news for so long, but not for ever.
 constexpr int settle_ms = 200;
+constexpr std::chrono::seconds longest_wait{2};
 
 constexpr unsigned no_logical_unit = 3;  // peripheral qualifier
 constexpr std::uint8_t port_groups = 0x30;
@@ -45,21 +47,26 @@ Naming::~Naming() {
 }
 
 void Naming::follow() {
+  using Clock = std::chrono::steady_clock;
   pollfd events[] = {{.fd = disks_.news_fd(), .events = POLLIN},
                      {.fd = stop_.get(), .events = POLLIN}};
+  auto &[news, stop] = events;
   update();
-  bool stale = false;
+  std::optional<Clock::time_point> stale_since;
   while (true) {
-    const int ready = poll(events, std::size(events), stale ? settle_ms : -1);
-    if (ready > 0 && events[1].revents != 0) return;
-    if (ready > 0) {
-      // What has changed, or gone, is asked anew.
+    poll(events, std::size(events), stale_since ? settle_ms : -1);
+    if (stop.revents != 0) return;
+    const Clock::time_point now = Clock::now();
+    const bool quiet = news.revents == 0;
+    // What has changed, or gone, is asked anew.
+    if (!quiet) {
       for (const std::string &place : disks_.news())
         known_.erase(place);
-      stale = true;
-    } else if (ready == 0) {
+      if (!stale_since) stale_since = now;
+    }
+    if (stale_since && (quiet || now - *stale_since > longest_wait)) {
       update();
-      stale = false;
+      stale_since.reset();
     }
   }
 }
