@@ -1,6 +1,6 @@
 #!/bin/sh
 # An installation works from outside: the README's program builds through pkg-config and through
-# the CMake package, and runs on the simulated host.
+# the CMake package, so do the examples, and they run on the simulated host.
 # Usage: install_test.sh BUILD_DIR SOURCE_DIR C_FLAGS
 set -eu
 build=$1 source=$2 flags=$3
@@ -38,3 +38,10 @@ cmake --build "$work/project/build" > "$work/log"
 
 # The installed tool finds the library and the simulated host beside it.
 "$prefix/bin/kzddl" --sim ready /dev/sda
+
+test -s "$prefix/share/man/man1/kzddl.1"
+test -s "$prefix/share/man/man3/kzddl.3"
+test -s "$prefix/share/bash-completion/completions/kzddl"
+"$source/tests/examples_test.sh" "$prefix/share/doc/kzddl/examples" "$prefix/bin/kzddl" \
+  "$libdir/libkzsim.so" -DCMAKE_PREFIX_PATH="$prefix" \
+  -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags"

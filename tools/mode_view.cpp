@@ -206,8 +206,9 @@ const KnownPage *known(const Page &page) {
   return found == std::end(known_pages) ? nullptr : found;
 }
 
+/// An empty line sets the pages apart.
 std::string page_title(const Page &page, const KnownPage *known_page) {
-  std::string title = fmt::format("Page {:02X}h", page.code);
+  std::string title = fmt::format("\nPage {:02X}h", page.code);
   if (page.has_subpage_format) title += fmt::format(", subpage {:02X}h", page.subpage);
   if (known_page != nullptr) title += fmt::format(", {}", known_page->name);
   return title + fmt::format(", {}{}", counted(page.bytes.size(), "byte"),
@@ -216,7 +217,7 @@ std::string page_title(const Page &page, const KnownPage *known_page) {
 
 View page_view(const Page &page, ModeValues values) {
   const KnownPage *const known_page = known(page);
-  ViewBuilder view("\n" + page_title(page, known_page));
+  ViewBuilder view(page_title(page, known_page));
   view.value("page", page.code);
   view.value("subpage", page.has_subpage_format ? Json(page.subpage) : Json());
   view.value("name", known_page != nullptr ? Json(known_page->name) : Json());
