@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -32,7 +33,7 @@ class Iovecs {
  public:
   explicit Iovecs(const Ranges &ranges) {
     for (const Range &range : ranges)
-      list_[count_++] = {reinterpret_cast<void *>(static_cast<std::uintptr_t>(range.address)),
+      list_[count_++] = {std::bit_cast<void *>(static_cast<std::uintptr_t>(range.address)),
                          static_cast<std::size_t>(range.length)};
   }
   const iovec *data() const { return list_.data(); }
@@ -148,7 +149,7 @@ class ControlNode::Service {
     fcntl(kernel_fd(), F_SETFL, fcntl(kernel_fd(), F_GETFL) | O_NONBLOCK);
   }
 
-  void take(fuse_req_t request, const Call &call) noexcept {
+  void take(fuse_req_t request, const Call &call) {
     if (ending_) {
       fuse_reply_err(request, ENODEV);
       return;

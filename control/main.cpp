@@ -74,7 +74,8 @@ void run(const Options &options) {
 }  // namespace
 }  // namespace control
 
-int main(int argc, char **argv) {
+// What escapes is a message that memory is too short for.
+int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
   control::Options options;
   CLI::App app(
       "Makes the control node /dev/kz/joxconfig where the multipath driver is not installed,\n"
