@@ -75,9 +75,9 @@ void run(int argc, char **argv, Context &context) {
   CLI::App app("Discovers storage devices and talks to them.", "kzddl");
   app.formatter(std::make_shared<HelpFormatter>());
   app.fallthrough();
-  app.require_subcommand(0, 1);  // none is reported below, a mistyped one by the parser
+  app.require_subcommand(0, 1);
   app.footer(
-      "Each subcommand has a --help of its own.\n"
+      "Without a subcommand kzddl discovers. Each subcommand has a --help of its own.\n"
       "Exit status: 0, 1 when a device failed, 2 for a mistaken command line or file.\n\n"
       "Examples:\n"
       "  kzddl --sim discover\n"
@@ -96,14 +96,12 @@ void run(int argc, char **argv, Context &context) {
   } catch (const CLI::ParseError &error) {
     throw Error::usage(error.what());
   }
-  if (app.get_subcommands().empty()) {
-    throw Error::usage("a subcommand is required (kzddl --help lists them)");
-  }
   if (options.simulate->count() != 0) {
     if (options.simulation.array == bare_flag) options.simulation.array.clear();
     enter_simulation(options.simulation, argv);
   }
   kzscsi_set_version(options.route == "direct" ? "32" : "35");
+  if (app.get_subcommands().empty()) commands.front().run();  // discover: the main job
   for (const Command &command : commands) {
     if (command.parser->parsed()) command.run();
   }
