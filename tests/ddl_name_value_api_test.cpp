@@ -1,32 +1,23 @@
 // Name-value pairs and lists: their bytes, their blocks, and what is refused.
 #include "kzddl/ddl_name_value_api.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "kzddl/ddlts.h"
 #include "support/guarded_page.h"
 #include "support/log_capture.h"
+#include "support/property_test.h"
 
 namespace {
 
 using namespace kzddl_test;
 using namespace std::string_literals;
 
-using Strings = std::vector<std::string>;
-
 constexpr char *end = nullptr;
 char *const untouched = const_cast<char *>("untouched");
-
-std::string typed(const std::string &payload, char type = 0) {
-  return "\x1B"s + type + static_cast<char>(payload.size()) + payload;
-}
 
 const std::string first = typed("a,b=\0c"s);
 const std::string second = typed("\x1B,\0,"s, 1);
@@ -89,17 +80,15 @@ TEST(NameValue, BlocksAreReleasedOnlyByTheirGuard) {
 }
 
 TEST(NameValue, ListsCopyTheirPairs) {
-  const auto pair_length = [](const char *pair) {
-    const std::string t = "b=" + first + "," + second;
-    return pair[0] == 'b' ? t.size() : std::strlen(pair);
-  };
   const std::string pair = "b=" + first + "," + second;
+  const auto pair_length = [&pair](const char *p) {
+    return p[0] == 'b' ? pair.size() : std::strlen(p);
+  };
   char **list = nullptr;
-  ASSERT_EQ(nv_create_list(&list, "a=1", pair.c_str(), " =", end), 3);
   char **longer = nullptr;
+  ASSERT_EQ(nv_create_list(&list, "a=1", pair.c_str(), " =", end), 3);
   ASSERT_EQ(nv_append_list(&longer, list, "c= x , y", end), 4);
-  const Strings pairs{"a=1", pair, " ="};
-  EXPECT_EQ(take(list, 3, pair_length), pairs);
+  EXPECT_EQ(take(list, 3, pair_length), (Strings{"a=1", pair, " ="}));
   EXPECT_EQ(take(longer, 4, pair_length), (Strings{"a=1", pair, " =", "c= x , y"}));
 
   char *const none[] = {nullptr};
@@ -110,29 +99,30 @@ TEST(NameValue, ListsCopyTheirPairs) {
 }
 
 TEST(NameValue, PairsHoldWholeValues) {
-  char *pair = nullptr;
-  ASSERT_EQ(nv_set_value(&pair, " \t speed ", " fast , slow "), 0);
-  EXPECT_EQ(take(pair, 20), "speed = fast , slow ");
-  const std::string sequence = first + "," + second;
-  ASSERT_EQ(nv_set_value(&pair, "n", sequence.c_str()), 0);
-  EXPECT_EQ(take(pair, 2 + sequence.size()), "n=" + sequence);
-
-  ASSERT_EQ(nv_set_mult_value(&pair, " DISK ", first.c_str(), second.c_str(), end), 0);
-  EXPECT_EQ(take(pair, 6 + sequence.size()), "DISK =" + sequence);
-  ASSERT_EQ(nv_set_mult_value(&pair, "n", end), 0);
-  EXPECT_EQ(take(pair, 2), "n=");
-  // No "," follows an empty value.
-  ASSERT_EQ(nv_set_mult_value(&pair, "n", "", first.c_str(), "", "", second.c_str(), end), 0);
-  EXPECT_EQ(take(pair, 2 + sequence.size()), "n=" + sequence);
-  ASSERT_EQ(nv_set_mult_value(&pair, "n", first.c_str(), "", end), 0);
-  EXPECT_EQ(take(pair, 3 + first.size()), "n=" + first + ",");
-
-  const std::string old = " n=" + first;
-  ASSERT_EQ(nv_append_value(&pair, old.c_str(), second.c_str(), first.c_str(), end), 0);
-  const std::string longer = " n=" + sequence + "," + first;
-  EXPECT_EQ(take(pair, longer.size()), longer);
-  ASSERT_EQ(nv_append_value(&pair, "n=x", end), 0);
-  EXPECT_EQ(take(pair, 3), "n=x");
+  const std::string both = first + "," + second, old = " n=" + first;
+  const char *one = first.c_str(), *two = second.c_str();
+  const struct {
+    std::string expected;
+    std::function<int(char **)> build;
+  } cases[] = {
+      {"speed = fast , slow ",
+       [](auto p) { return nv_set_value(p, " \t speed ", " fast , slow "); }},
+      {"n=" + first, [&](auto p) { return nv_set_value(p, "n", one); }},
+      {"n=" + both, [&](auto p) { return nv_set_value(p, "n", both.c_str()); }},
+      {"DISK =" + both, [&](auto p) { return nv_set_mult_value(p, " DISK ", one, two, end); }},
+      {"n=", [&](auto p) { return nv_set_mult_value(p, "n", end); }},
+      // No "," follows an empty value.
+      {"n=" + both, [&](auto p) { return nv_set_mult_value(p, "n", "", one, "", "", two, end); }},
+      {"n=" + first + ",", [&](auto p) { return nv_set_mult_value(p, "n", one, "", end); }},
+      {old + "," + second + "," + first,
+       [&](auto p) { return nv_append_value(p, old.c_str(), two, one, end); }},
+      {"n=x", [&](auto p) { return nv_append_value(p, "n=x", end); }},
+  };
+  for (const auto &[expected, build] : cases) {
+    char *pair = nullptr;
+    ASSERT_EQ(build(&pair), 0);
+    EXPECT_EQ(take(pair, expected.size()), expected);
+  }
 }
 
 TEST(NameValue, NamesLoseTheBlanksAroundThem) {
@@ -198,19 +188,27 @@ TEST(NameValue, FailuresDeliverNothing) {
 }
 
 TEST(NameValue, TextThatLooksTypedInsideIsReadNoFurtherThanItGoes) {
-  const std::string text = "a, \x1B\xFF\xFF";
-  const GuardedPage source({text.c_str(), text.c_str() + text.size() + 1});
-  char *pair = nullptr;
-  ASSERT_EQ(nv_set_value(&pair, "vendor", reinterpret_cast<const char *>(source.data())), 0);
-  EXPECT_EQ(pair, "vendor=" + text);
-  char **values = nullptr;
-  ASSERT_EQ(nv_get_value(pair, &values), 2);
-  EXPECT_STREQ(values[1], "\x1B\xFF\xFF");
-  std::vector<char> copy(ts_len(values[1]) + 1);
-  ts_copy(copy.data(), values[1]);  // a sanitizer watches
-  EXPECT_EQ(copy.back(), '\0');
-  nv_free(values);
-  nv_free(pair);
+  const auto guarded = [](const std::string &text) {
+    return std::vector<std::uint8_t>(text.c_str(), text.c_str() + text.size() + 1);
+  };
+  for (const std::string text : {"a, \x1B\xFF\xFF", "a,\x1B\xFF\xFF"}) {
+    const GuardedPage source(guarded(text)), given(guarded("vendor=" + text));
+    char *pair = nullptr;
+    ASSERT_EQ(nv_set_value(&pair, "vendor", reinterpret_cast<const char *>(source.data())), 0);
+    EXPECT_EQ(pair, "vendor=" + text);
+    char **list = nullptr;
+    ASSERT_EQ(nv_create_list(&list, given.data(), end), 1);
+    EXPECT_EQ(list[0], "vendor=" + text);
+    char **values = nullptr;
+    ASSERT_EQ(nv_get_value(pair, &values), 2);
+    EXPECT_STREQ(values[1], "\x1B\xFF\xFF");
+    std::vector<char> copy(ts_len(values[1]) + 1);
+    ts_copy(copy.data(), values[1]);  // a sanitizer watches
+    EXPECT_EQ(copy.back(), '\0');
+    nv_free(values);
+    nv_free(list);
+    nv_free(pair);
+  }
 }
 
 TEST(NameValue, ListsPrintALineForEachPair) {

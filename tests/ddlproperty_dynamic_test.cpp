@@ -6,8 +6,6 @@
 #include <functional>
 #include <optional>
 
-#include "kzddl/ddl_name_value_api.h"
-#include "support/failing_malloc.h"
 #include "support/log_capture.h"
 #include "support/property_test.h"
 
@@ -34,19 +32,10 @@ std::int32_t entry(dip record, const char *attr, char ***list) {
   return answer(record, attr, list);
 }
 
-template <class T>
-std::string address(T *pointer) {
-  return typed(std::string(reinterpret_cast<const char *>(&pointer), sizeof pointer), 1);
-}
-
-/// Answers any attribute with a list of one pair: "name=value".
-auto answer_with(std::string value, std::optional<std::string> name = {}) {
+/// Answers any attribute, or only that of `name`, with `value`.
+auto answering(const std::string &value, std::optional<std::string> name = {}) {
   return [=](const dip &, const std::string &attr, char ***list) {
-    char *pair = nullptr;
-    nv_set_value(&pair, name.value_or(attr).c_str(), value.c_str());
-    nv_create_list(list, pair, nullptr);
-    nv_free(pair);
-    return 0;
+    return answer_with(name.value_or(attr), value, list);
   };
 }
 
@@ -54,22 +43,22 @@ class Dynamic : public DatabaseTest {
  protected:
   Dynamic() {
     calls.clear();
-    answer = answer_with("new");
+    answer = answering("new");
   }
 
-  void add_library(const std::string &name, const std::string &entry_address) {
-    relate("DISK", disk, "LIBNAME", name);
-    relate("LIBNAME", name, "GET_DYNAMIC_ATTR_ENTRY", entry_address);
+  static void add(const std::string &attribute) { add_attribute(attribute), add_library(); }
+  static void add_library(const std::string &path = disk) {
+    relate("DISK", path, "LIBNAME", "lib");
+    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", address(entry<0>));
   }
-  void add_library() { add_library("lib", address(entry<0>)); }
-
-  void add_attribute(const std::string &name) { relate("DISK", disk, "DYNAMIC", name); }
+  static void add_attribute(const std::string &name, const std::string &path = disk) {
+    relate("DISK", path, "DYNAMIC", name);
+  }
 };
 
 TEST_F(Dynamic, TheLibraryIsAskedAndItsAnswerStored) {
-  add_attribute("STATE");
-  add_library();
-  answer = answer_with("on, off,on ");
+  add("STATE");
+  answer = answering("on, off,on ");
   EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"on", "off"}));
   EXPECT_EQ(values_of("STATE"), (Strings{"on", "off"}));
   ASSERT_EQ(calls.size(), 1u);
@@ -145,27 +134,25 @@ TEST_F(Dynamic, AllLinksTakeTheReservedNamesExactly) {
 }
 
 TEST_F(Dynamic, OldValuesGoWithTheirLastLink) {
-  add_attribute("STATE");
-  add_library();
+  add("STATE");
   for (const char *old : {"old1", "old2", "shared"})
     relate("DISK", disk, "STATE", old);
   relate("DISK", "/dev/zero", "STATE", "shared");
-  answer = answer_with("new1,new2");
+  answer = answering("new1,new2");
   EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"new2", "new1"}));
   EXPECT_EQ(values_of("STATE"), (Strings{"shared", "new2", "new1"}));
   EXPECT_EQ(links_of("STATE", "shared"), (Pairs{{"DISK", "/dev/zero"}}));
 }
 
 TEST_F(Dynamic, AValueReportedAgainStaysWhereItIs) {
-  add_attribute("STATE");
-  add_library();
+  add("STATE");
   const std::string binary = typed(std::string("a\0,b", 4), 7);
-  answer = answer_with(binary + "," + typed("x", 1));
+  answer = answering(binary + "," + typed("x", 1));
   EXPECT_EQ(linked("DISK", disk, "STATE"), (Strings{"x", std::string("a\0,b", 4)}));
   const char **before = nullptr;
   const char **after = nullptr;
   ASSERT_EQ(get_property_ts("STATE", &before), 2);
-  answer = answer_with(typed("x", 2) + "," + binary);
+  answer = answering(typed("x", 2) + "," + binary);
   EXPECT_EQ(linked("DISK", disk, "STATE").size(), 2u);
   ASSERT_EQ(get_property_ts("STATE", &after), 2);
   EXPECT_EQ(take(2, before)[1], after[1]);
@@ -173,8 +160,7 @@ TEST_F(Dynamic, AValueReportedAgainStaysWhereItIs) {
 }
 
 TEST_F(Dynamic, ArgumentsMayPointAtWhatTheFetchRemoves) {
-  add_attribute("STATE");
-  add_library();
+  add("STATE");
   relate("DISK", disk, "STATE", "old");
   relate("OTHER", "x", "STATE", "old");
   const char **names = nullptr;
@@ -191,8 +177,7 @@ TEST_F(Dynamic, ArgumentsMayPointAtWhatTheFetchRemoves) {
 }
 
 TEST_F(Dynamic, NoOutputKeepsPointingAtAFreedArray) {
-  add_attribute("STATE");
-  add_library();
+  add("STATE");
   relate("DISK", disk, "STATE", "old");
   answer = [](const dip &, const std::string &, char ***) { return destroy_property("STATE"), 1; };
   const char *before[] = {"before"};
@@ -205,33 +190,6 @@ TEST_F(Dynamic, NoOutputKeepsPointingAtAFreedArray) {
   EXPECT_EQ(get_asso_ts("DISK", disk.c_str(), &names, &values), -1);
   EXPECT_EQ(names, nullptr);
   EXPECT_EQ(values, nullptr);
-}
-
-/// What goes wrong, and the message that says so.
-struct Failure {
-  const char *name;
-  std::function<void()> arrange;
-  std::string message;
-};
-
-class DynamicFailure : public Dynamic, public testing::WithParamInterface<Failure> {};
-
-TEST_P(DynamicFailure, IsLoggedAndLeavesWhatIsStored) {
-  add_attribute("A");
-  relate("DISK", disk, "A", "stored");
-  relate("DISK", disk, "LIBNAME", "lib");
-  GetParam().arrange();
-  LogCapture log;
-  EXPECT_EQ(linked("DISK", disk, "A"), Strings{"stored"});
-  EXPECT_EQ(log.text(), GetParam().message);
-}
-
-void register_entry(const std::string &entry_address) {
-  relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry_address);
-}
-
-Failure answering(const char *name, decltype(answer) reply, const std::string &message) {
-  return {name, [=] { register_entry(address(entry<0>)), answer = reply; }, message};
 }
 
 std::int32_t empty_list(const dip &, const std::string &, char ***list) {
@@ -249,33 +207,43 @@ std::int32_t list_of_junk(const dip &, const std::string &, char ***list) {
 }
 
 const std::string prefix = "ddl_get_dynamic_attr: ";
-const std::string no_function =
-    prefix + "no get_dynamic_attr function defined for library lib for device /dev/null\n";
 
-INSTANTIATE_TEST_SUITE_P(
-    All, DynamicFailure,
-    testing::Values(
-        Failure{"noEntry", [] {},
-                prefix + "can't find get_dynamic_attr entry for library lib for device "
-                         "/dev/null\n"},
-        Failure{"nullEntry", [] { register_entry(address<void>(nullptr)); }, no_function},
-        Failure{"shortAddress", [] { register_entry(typed("abc")); }, no_function},
-        answering(
-            "refusal", [](auto &&...) { return 1; }, ""),
-        answering(
-            "noList", [](auto &&...) { return 0; },
-            prefix + "lib /dev/null get_name() error -1 for \n"),
-        answering("emptyList", empty_list, prefix + "lib /dev/null get_name() error -1 for \n"),
-        answering("noName", list_of_junk, prefix + "lib /dev/null get_name() error -1 for junk\n"),
-        answering("otherName", answer_with("new", "B"),
-                  prefix + "lib /dev/null requested attr name don't match returned attr name B\n")),
-    [](const auto &info) { return info.param.name; });
+TEST_F(Dynamic, AFailureIsLoggedAndLeavesWhatIsStored) {
+  const std::string no_name = "lib /dev/null get_name() error -1 for ";
+  const std::string no_function =
+      "no get_dynamic_attr function defined for library lib for device /dev/null\n";
+  const struct {
+    std::string entry;  ///< what is registered; empty: nothing
+    decltype(answer) reply;
+    std::string message;  ///< behind the prefix; empty: none
+  } cases[] = {
+      {"", {}, "can't find get_dynamic_attr entry for library lib for device /dev/null\n"},
+      {address<void>(nullptr), {}, no_function},
+      {typed("abc"), {}, no_function},
+      {address(entry<0>), [](auto &&...) { return 1; }, ""},
+      {address(entry<0>), [](auto &&...) { return 0; }, no_name + "\n"},
+      {address(entry<0>), empty_list, no_name + "\n"},
+      {address(entry<0>), list_of_junk, no_name + "junk\n"},
+      {address(entry<0>), answering("new", "B"),
+       "lib /dev/null requested attr name don't match returned attr name B\n"},
+  };
+  for (const auto &[entry_address, reply, message] : cases) {
+    init_property_list(nullptr);
+    add_attribute("A");
+    relate("DISK", disk, "A", "stored");
+    relate("DISK", disk, "LIBNAME", "lib");
+    if (!entry_address.empty()) relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", entry_address);
+    answer = reply;
+    LogCapture log;
+    EXPECT_EQ(linked("DISK", disk, "A"), Strings{"stored"});
+    EXPECT_EQ(log.text(), message.empty() ? "" : prefix + message);
+  }
+}
 
 TEST_F(Dynamic, TheDeviceMustExistAndItsPathMustFit) {
   const auto message_for = [](const std::string &path) {
-    relate("DISK", path, "DYNAMIC", "A");
-    relate("DISK", path, "LIBNAME", "lib");
-    relate("LIBNAME", "lib", "GET_DYNAMIC_ATTR_ENTRY", address(entry<0>));
+    add_attribute("A", path);
+    add_library(path);
     LogCapture log;
     linked("DISK", path, "A");
     return log.text();
@@ -291,25 +259,6 @@ TEST_F(Dynamic, TheDeviceMustExistAndItsPathMustFit) {
   EXPECT_EQ(calls.size(), 1u);
 }
 
-TEST_F(Dynamic, ShortMemoryLeavesWhatIsStored) {
-  add_attribute("A");
-  add_library();
-  relate("DISK", disk, "A", "stored");
-  for (const long n : {1, 2, 5, 6, 7}) {  // 3 and 4 are the library's own
-    const FailMalloc fail(n);
-    EXPECT_EQ(linked("DISK", disk, "A"), Strings{"stored"}) << n;
-  }
-  EXPECT_EQ(linked("DISK", disk, "A"), Strings{"new"});
-}
-
-/// The handler record of a library, at an address that suits its mutex.
-struct Handler {
-  alignas(8) unsigned char lead[4] = {};
-  unsigned char record[KZDDL_HANDLER_MUTEX] = {};
-  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-};
-static_assert(offsetof(Handler, mutex) - offsetof(Handler, record) == KZDDL_HANDLER_MUTEX);
-
 TEST_F(Dynamic, CallsAreSerialisedWhenTheHandlersFlagsAskForIt) {
   static Handler handler;
   add_attribute("A");
@@ -318,11 +267,11 @@ TEST_F(Dynamic, CallsAreSerialisedWhenTheHandlersFlagsAskForIt) {
   relate("LIBNAME", "lib", "GET_DLL_HANDLER", address(handler.record));
   relate("DYNAMIC", "B", "GET_DYNAMIC_ATTR_ENTRY", address(entry<1>));  // without a handler
   static int trylock_result;
-  answer = [](const dip &record, const std::string &attr, char ***list) {
+  answer = [](const dip &, const std::string &attr, char ***list) {
     trylock_result = pthread_mutex_trylock(&handler.mutex);
     if (trylock_result == 0) pthread_mutex_unlock(&handler.mutex);
     set("FREE", {"x"});  // no lock of the database is held
-    return answer_with("new")(record, attr, list);
+    return answer_with(attr, "new", list);
   };
   for (const auto &[flags, expected] :
        {std::pair{0x00, 0}, {0xEF, 0}, {0x10, EBUSY}, {0xFF, EBUSY}}) {

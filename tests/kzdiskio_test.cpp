@@ -12,26 +12,18 @@ namespace {
 
 constexpr std::size_t block = 512;
 
-/// A device that stores blocks, of which it has as many as a test needs.
-class Store : public sim::Device {
- public:
-  Reply execute(const sim::Command &command, const sim::Port & /*port*/) override {
-    const std::size_t at = kzddl::load_be32(&command.cdb[2]) * block;
-    const std::size_t size = kzddl::load_be16(&command.cdb[7]) * block;
-    if (at + size > blocks.size()) return Reply::check_condition({0x05, 0x21, 0x00});
-    if (command.cdb[0] == 0x2A) {
-      std::copy(command.data_out.begin(), command.data_out.end(), blocks.begin() + at);
-      return {};
-    }
-    return Reply::with({blocks.begin() + at, blocks.begin() + at + size});
-  }
-
-  Bytes blocks = Bytes(64 * block);
-};
-
 class DiskIo : public WayTest {
  protected:
-  DiskIo() { host.add({.name = node, .number = number, .device = store}); }
+  DiskIo() {
+    use_device(std::make_shared<Answering>([this](const sim::Command &command) {
+      const auto at = blocks.begin() + kzddl::load_be32(&command.cdb[2]) * std::ptrdiff_t{block};
+      const auto end = at + kzddl::load_be16(&command.cdb[7]) * std::ptrdiff_t{block};
+      if (end > blocks.end()) return Reply::check_condition({0x05, 0x21, 0x00});
+      if (command.cdb[0] == 0x28) return Reply::with({at, end});
+      std::copy(command.data_out.begin(), command.data_out.end(), at);
+      return Reply{};
+    }));
+  }
 
   static Bytes pattern(std::size_t size) {
     Bytes bytes(size);
@@ -40,7 +32,7 @@ class DiskIo : public WayTest {
     return bytes;
   }
 
-  std::shared_ptr<Store> store = std::make_shared<Store>();
+  Bytes blocks = Bytes(64 * block);  ///< what the device stores
 };
 // Both routes send the legacy request on every machine.
 INSTANTIATE_TEST_SUITE_P(, DiskIo, testing::Values(direct, indirect_64, legacy_indirect), way_name);
@@ -49,7 +41,11 @@ TEST_P(DiskIo, ChunksOfAtMostEightBlocks) {
   EXPECT_EQ(do_diskio(&path, 0, 0, nullptr, KZDDL_DISKIO_READ), 0);
   EXPECT_TRUE(host.take_requests().empty());
   Bytes data = pattern(20 * block);
-  EXPECT_EQ(do_diskio(&path, 5, 20, data.data(), KZDDL_DISKIO_WRITE), 0);
+  {
+    const CountMalloc allocations;
+    EXPECT_EQ(do_diskio(&path, 5, 20, data.data(), KZDDL_DISKIO_WRITE), 0);
+    EXPECT_EQ(allocations.count(), 1) << "one buffer for all chunks";
+  }
   const auto requests = host.take_requests();
   ASSERT_EQ(requests.size(), 3u);
   const std::uint8_t sizes[] = {8, 8, 4};
@@ -68,11 +64,11 @@ TEST_P(DiskIo, ChunksOfAtMostEightBlocks) {
 TEST_P(DiskIo, OddSizesAgainstWhatIsStored) {
   for (const unsigned count : {1u, 3u, 7u, 8u, 9u, 16u, 23u}) {
     Bytes data = pattern(count * block);
-    store->blocks.assign(64 * block, 0);
+    blocks.assign(64 * block, 0);
     ASSERT_EQ(do_diskio(&path, 11, count, data.data(), KZDDL_DISKIO_WRITE), 0);
     Bytes expected(64 * block);
     std::copy(data.begin(), data.end(), expected.begin() + 11 * block);
-    EXPECT_EQ(store->blocks, expected) << count;
+    EXPECT_EQ(blocks, expected) << count;
     Bytes back(count * block + 1, 0xEE);
     ASSERT_EQ(do_diskio(&path, 11, count, back.data(), KZDDL_DISKIO_READ), 0);
     EXPECT_EQ(back.back(), 0xEE);
@@ -90,7 +86,7 @@ TEST_P(DiskIo, AFailedChunkEndsTheCall) {
   Bytes data = pattern(20 * block);
   EXPECT_EQ(do_diskio(&path, 50, 20, data.data(), KZDDL_DISKIO_WRITE), -1);
   EXPECT_EQ(host.take_requests().size(), 2u);
-  EXPECT_EQ(Bytes(store->blocks.begin() + 50 * block, store->blocks.begin() + 58 * block),
+  EXPECT_EQ(Bytes(blocks.begin() + 50 * block, blocks.begin() + 58 * block),
             Bytes(data.begin(), data.begin() + 8 * block));
 }
 
@@ -102,32 +98,20 @@ TEST_P(DiskIo, ConflictIsToldApartByTheIndirectProbeOnly) {
               GetParam().direct() ? -1 : KZDDL_DISKIO_CONFLICT);
     EXPECT_EQ(do_diskio(&path, 0, 1, data.data(), KZDDL_DISKIO_READ), -1);
   }
-}
-
-TEST_P(DiskIo, NodeThatCannotBeOpened) {
   host.fail_open(GetParam().direct() ? node : sim::control_node, EACCES);
-  EXPECT_EQ(do_diskio(&path, 0, 1, nullptr, KZDDL_DISKIO_PROBE), -1);
-}
-
-TEST_F(DiskTest, BufferSizes) {
-  // 22 bytes and the blocks of a short run; a long run has room for one chunk.
-  Bytes data(9 * block);
-  answer(Reply{});
-  const CountMalloc allocations;
-  EXPECT_EQ(do_diskio(&path, 0, 9, data.data(), KZDDL_DISKIO_READ), 0);
-  EXPECT_EQ(allocations.count(), 1) << "one buffer for all chunks";
+  EXPECT_EQ(do_diskio(&path, 0, 1, data.data(), KZDDL_DISKIO_PROBE), -1);
 }
 
 class ReservationCheck : public WayTest {};
 INSTANTIATE_TEST_SUITE_P(, ReservationCheck, every_sg_way, way_name);
 
 TEST_P(ReservationCheck, AsksWithModeSense) {
-  host.inject(node, {.reply = Reply::with({3, 0, 0, 0})});
+  answer(Reply::with({3, 0, 0, 0}), 1);
   EXPECT_EQ(do_diskio_chk_rsvn(&path), 0);
   EXPECT_EQ(only_request().cdb, (Bytes{0x1A, 0, 0, 0, 255, 0}));
-  host.inject(node, {.reply = Reply{.status = sim::status::reservation_conflict}});
+  answer(Reply{.status = sim::status::reservation_conflict}, 1);
   EXPECT_EQ(do_diskio_chk_rsvn(&path), KZDDL_DISKIO_CONFLICT);
-  host.inject(node, {.reply = Reply::check_condition({0x05, 0x24, 0})});
+  answer(Sense{0x05, 0x24, 0});
   EXPECT_EQ(do_diskio_chk_rsvn(&path), -1);
 }
 

@@ -1,7 +1,6 @@
 // Extended copy: target descriptors and operating parameters, their text, hostile replies.
 #include "kzddl/kzecopy.h"
 
-#include "capture/capture.h"
 #include "kzddl/ddlts.h"
 #include "kzddl/kzecopy_oper.h"
 #include "support/disk_test.h"
@@ -18,10 +17,8 @@ Bytes taken(unsigned char *td) {
   return td != nullptr ? Bytes(td, td + 32) : Bytes{};
 }
 
-std::string printed(const Bytes &td) {
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(do_display_target_desc("disk", td.data()), 0);
-  return testing::internal::GetCapturedStdout();
+std::string displayed(const Bytes &td) {
+  return printed([&td] { EXPECT_EQ(do_display_target_desc("disk", td.data()), 0); });
 }
 
 std::string label(std::string text) {
@@ -54,32 +51,24 @@ TEST(TargetDescriptor, Types) {
 TEST(TargetDescriptor, Display) {
   Bytes td(32);
   td[0] = 0xE0, td[1] = 0xE5, td[4] = 0x50, td[5] = 6, td[12] = 0xAB, td[30] = 2;
-  const std::string head = label("Target Descriptor data for") + "disk\n";
-  EXPECT_EQ(printed(td), head + label("Type code") + "0xe0\n" + label("Device type") + "0x5\n" +
-                             label("LU ID ") + "506000000" + label("World Wide Name") +
-                             "ab0000000\n" + label("Device type specific parms") + "0020\n");
+  const std::string parms = label("Device type specific parms") + "0020\n";
+  EXPECT_EQ(displayed(td), label("Target Descriptor data for") + "disk\n" + label("Type code") +
+                               "0xe0\n" + label("Device type") + "0x5\n" + label("LU ID ") +
+                               "506000000" + label("World Wide Name") + "ab0000000\n" + parms);
   td[0] = 0xE4, td[4] = 0xF2, td[5] = 0xF3, td[7] = 2, td[8] = 0x0F, td[9] = 0x10;
-  const std::string e4 = printed(td);
-  EXPECT_NE(e4.find(label("Code set") + "0x2\n" + label("Identifitcaion type") + "0x3\n" +
-                    label("Identifier length") + "0x2\n" + label("Identification") + "f10\n"),
-            std::string::npos);
+  EXPECT_NE(
+      displayed(td).find(label("Code set") + "0x2\n" + label("Identifitcaion type") + "0x3\n" +
+                         label("Identifier length") + "0x2\n" + label("Identification") + "f10\n"),
+      std::string::npos);
   td[7] = 0xFF;  // announces more than it holds
   const GuardedPage guarded(td);
-  testing::internal::CaptureStdout();
-  do_display_target_desc("disk", guarded.data());
-  testing::internal::GetCapturedStdout();
+  printed([&] { do_display_target_desc("disk", guarded.data()); });
   td[0] = 0xE1;
-  EXPECT_NE(printed(td).find("\t Targey descriptor type e1 is not supported.\n" +
-                             label("Device type specific parms") + "0020\n"),
+  EXPECT_NE(displayed(td).find("\t Targey descriptor type e1 is not supported.\n" + parms),
             std::string::npos);
-}
 
-TEST(TargetDescriptor, RawPrintAndLabels) {
   const unsigned char bytes[] = {0x41, 0xE4};
-  testing::internal::CaptureStdout();
-  do_td_print(bytes, 2);
-  do_td_print(bytes, 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(printed([&] { do_td_print(bytes, 2), do_td_print(bytes, 0); }),
             "\tTarget Descriptor Raw data size 2\n\t\tByte  0 : 0x41\tA\n\t\tByte  1 : "
             "0xe4\t\xE4\n\tTarget Descriptor Raw data size 0\n");
   char padded[8];
@@ -108,55 +97,56 @@ class OperatingParameters : public DiskTest {
     return result;
   }
 
-  int copy(Bytes reply) {
-    answer(Reply::with(std::move(reply)), 1);
-    unsigned char *buffer = nullptr;
-    length = 7;
-    const int result = do_rcv_copy_results(&path, 0, 3, 5, 0x123456, 0, &length, &buffer);
-    data.reset(buffer);
-    return result;
-  }
-
   kzddl::Owned<rcr_oper_parm> record;
-  kzddl::Buffer data;
-  std::uint32_t length = 0;
 };
 
-TEST_F(OperatingParameters, LengthIsTheLowByteOnly) {
+TEST_F(OperatingParameters, LengthOfAReplyIsTheLowByteOnly) {
   for (const auto &[announced, expected] :
        {std::pair{Bytes{0, 0, 0, 46}, 50u}, {{0, 0, 9, 0xFE}, 2}}) {
-    ASSERT_EQ(copy(announced), 0);
+    answer(Reply::with(announced), 1);
+    unsigned char *data = nullptr;
+    std::uint32_t length = 7;
+    EXPECT_EQ(do_rcv_copy_results(&path, 0, 3, 5, 0x123456, 0, &length, &data), 0);
     EXPECT_EQ(length, expected);
+    std::free(data);
   }
 }
 
-TEST_F(OperatingParameters, CapturedReply) {
-  answer(Reply::with(
-      capture::load(KZDDL_TEST_DATA "/lio-path1/receive-copy-operating-parameters.hex")));
+TEST_F(OperatingParameters, EveryFieldOfAReply) {
+  Bytes reply(46);
+  for (std::size_t i = 0; i < reply.size(); ++i)
+    reply[i] = static_cast<std::uint8_t>(i);
+  reply[3] = 42, reply[43] = 2;
+  answer(Reply::with(reply));
   ASSERT_EQ(read(), 0);
-  EXPECT_EQ(record->available_data, 42u);
-  EXPECT_EQ(record->max_target_descriptor_count, 2);
-  EXPECT_EQ(record->max_segment_descriptor_count, 1);
-  EXPECT_EQ(record->max_descriptor_list_length, 1024u);
-  EXPECT_EQ(record->max_segment_length, 0x10000000u);
-  EXPECT_EQ(record->max_concurrent_copies, 1);
-  EXPECT_EQ(record->held_data_granularity, 9);
-  EXPECT_EQ(record->implemented_descriptor_list_length, 2);
-  EXPECT_EQ(record->implemented_descriptor_type_codes[1], 0xE4);
-
-  testing::internal::CaptureStdout();
-  do_display_rcv_copy_results_operating_parameters("disk", 46, record.get());
-  const std::string text = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(text.find(label("\nRCR Operating Parameters") + "disk, buflen 2e\n" +
-                      label("Available Data") + "0x2a\n"),
-            0u);
-  EXPECT_NE(text.find(label("Data Segement Granularity") + "0x9\n"), std::string::npos);
-  EXPECT_NE(
-      text.find(label("Implemented Descriptor Type Codes") + "0x2, 0xe4\n\t-------Done-------\n"),
-      std::string::npos);
+  const std::pair<const char *, const char *> fields[] = {
+      {"Available Data", "1022a"},
+      {"Maximum Target Descriptor Count", "809"},
+      {"Maximum Segment Descriptor Count", "a0b"},
+      {"Maximum Descriptor List Length", "c0d0e0f"},
+      {"Maximum Segment Length", "10111213"},
+      {"Maximum Inline Data Length", "14151617"},
+      {"Held Data Limit", "18191a1b"},
+      {"Maximum Stream Device Transfer Size", "1c1d1e1f"},
+      {"Maximum Concurrent Copies", "24"},
+      {"Data Segement Granularity", "25"},
+      {"Inline Data Granularity", "26"},
+      {"Held Data Granularity", "27"},
+      {"Implemented Descriptor List Length", "2"},
+      {"Implemented Descriptor Type Codes", "2c, 0x2d"}};
+  std::string expected = label("\nRCR Operating Parameters") + "disk, buflen 2e\n";
+  for (const auto &[name, value] : fields)
+    expected += label(name) + "0x" + value + "\n";
+  EXPECT_EQ(printed([this] {
+              do_display_rcv_copy_results_operating_parameters("disk", 46, record.get());
+            }),
+            expected + "\t-------Done-------\n");
 }
 
 TEST_F(OperatingParameters, FallsBackToTheModePage) {
+  answer(Reply::check_condition({0x05, 0x20, 0}), 2);
+  EXPECT_EQ(read(), -9) << "as MODE SENSE failed";
+  host.take_requests();
   Bytes page(4 + 38);
   page[0] = static_cast<std::uint8_t>(page.size() - 1);
   page[4] = 0x0E, page[5] = 36;
@@ -176,11 +166,6 @@ TEST_F(OperatingParameters, FallsBackToTheModePage) {
     EXPECT_EQ(record->held_data_limit, 0u);
     EXPECT_EQ(record->implemented_descriptor_list_length, 2) << "those inside the page";
   }
-}
-
-TEST_F(OperatingParameters, BothSourcesFail) {
-  answer(Sense{0x05, 0x20, 0});
-  EXPECT_EQ(read(), -9) << "as MODE SENSE failed";
 }
 
 TEST(OperatingParameterDecoders, NeverPastTheInput) {

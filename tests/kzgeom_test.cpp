@@ -1,85 +1,36 @@
 // Geometry: worked examples by every way, the fit to a label, the cache and the attribute.
 #include "kzddl/kzgeom.h"
 
+#include <array>
 #include <random>
-#include <thread>
 
-#include "base/bytes.h"
-#include "kzddl/ddl_name_value_api.h"
-#include "kzddl/ddlproperty.h"
-#include "kzddl/ddlproperty_asso.h"
 #include "kzddl/kzmisc_geometry.h"
 #include "kzddl/solgeom.h"
 #include "support/disk_test.h"
+#include "support/failing_malloc.h"
 #include "support/log_capture.h"
+#include "support/property_test.h"
 
 namespace kzddl_test {
 namespace {
 
-/// A disk of which the geometry code asks all it can answer.
-struct GeometryDisk : sim::Device {
-  std::uint64_t last_lba = 9'999'999;
-  std::uint32_t block_length = 512;
-  std::uint16_t sectors = 63;
-  std::uint16_t bytes_per_sector = 512;
-  std::uint32_t cylinders = 622;
-  std::uint8_t heads = 255;
-  std::uint8_t page_length = 22;
-  std::size_t capacity_16_size = 32;
-
-  Reply execute(const sim::Command &command, const sim::Port & /*port*/) override {
-    switch (command.cdb[0]) {
-      case 0x1A:
-        return mode_page(command.cdb[2]);
-      case 0x25: {
-        Bytes data(8);
-        kzddl::store_be32(
-            &data[0], last_lba > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<std::uint32_t>(last_lba));
-        kzddl::store_be32(&data[4], block_length);
-        return Reply::with(data);
-      }
-      case 0x9E: {
-        Bytes data(32);
-        kzddl::store_be64(&data[0], last_lba);
-        kzddl::store_be32(&data[8], block_length);
-        return Reply::with(data);
-      }
-      default:
-        return Reply::check_condition(sim::invalid_operation_code);
-    }
-  }
-
- private:
-  Reply mode_page(std::uint8_t code) const {
-    Bytes answer(4 + 2 + page_length);
-    answer[0] = static_cast<std::uint8_t>(answer.size() - 1);
-    std::uint8_t *page = &answer[4];
-    page[0] = code;
-    page[1] = page_length;
-    if (page_length < 22) return Reply::with(answer);
-    if (code == 3) {
-      kzddl::store_be16(page + 10, sectors);
-      kzddl::store_be16(page + 12, bytes_per_sector);
-    } else {
-      kzddl::store_be32(page + 1, cylinders);
-      page[1] = page_length;
-      page[5] = heads;
-      kzddl::store_be16(page + 20, 7200);
-    }
-    return Reply::with(answer);
-  }
-};
+sim::DiskSpec disk_of(std::uint64_t blocks = 10'000'000, std::uint32_t block_size = 512,
+                      int sectors = 63, int heads = 255) {
+  return {.blocks = blocks,
+          .block_size = block_size,
+          .geometry = sim::Geometry{.sectors = static_cast<std::uint16_t>(sectors),
+                                    .heads = static_cast<std::uint8_t>(heads),
+                                    .cylinders = 622,
+                                    .bytes_per_sector = 512}};
+}
 
 class Geometry : public WayTest {
  protected:
-  Geometry() { host.add({.name = node, .number = number, .device = disk}); }
-
   int read() {
     std::memset(&geom, 0xEE, sizeof geom);
     return gen_get_geometry_info(path, &geom);
   }
 
-  std::shared_ptr<GeometryDisk> disk = std::make_shared<GeometryDisk>();
   disk_geom geom{};
 };
 INSTANTIATE_TEST_SUITE_P(, Geometry, every_way, way_name);
@@ -87,19 +38,18 @@ INSTANTIATE_TEST_SUITE_P(, Geometry, every_way, way_name);
 TEST_P(Geometry, WorkedExamples) {
   constexpr std::uint32_t derived = KZDDL_GEOM_DERIVED;
   const struct {
-    std::uint64_t last_lba;
-    std::uint32_t block_length;
+    std::uint64_t blocks;
+    std::uint32_t block_size;
     disk_geom expected;
   } cases[] = {
-      {9'999'999, 512, {63, 622, 255, 512, 7200, 0, 10'000'000, {}}},
-      {9'999'999, 4096, {63, 4979, 255, 512, 7200, derived, 80'000'000, {}}},
-      {9'999'999, 256, {63, 0, 255, 512, 7200, derived, 0, {}}},
-      {8'589'934'591, 512, {126, 65535, 1040, 512, 7200, derived, 8'589'934'592, {}}},
+      {10'000'000, 512, {63, 622, 255, 512, 7200, 0, 10'000'000, {}}},
+      {10'000'000, 4096, {63, 4979, 255, 512, 7200, derived, 80'000'000, {}}},
+      {10'000'000, 256, {63, 0, 255, 512, 7200, derived, 0, {}}},
+      {8'589'934'592, 512, {126, 65535, 1040, 512, 7200, derived, 8'589'934'592, {}}},
   };
-  for (const auto &[last_lba, block_length, expected] : cases) {
-    disk->last_lba = last_lba;
-    disk->block_length = block_length;
-    if (last_lba > 0xFFFFFFFF && GetParam().ia64) {
+  for (const auto &[blocks, block_size, expected] : cases) {
+    use_disk(disk_of(blocks, block_size));
+    if (blocks > 0xFFFFFFFF && GetParam().ia64) {
       EXPECT_EQ(read(), EINVAL) << "the legacy request has no READ CAPACITY(16)";
       continue;
     }
@@ -111,14 +61,18 @@ TEST_P(Geometry, WorkedExamples) {
 }
 
 TEST_P(Geometry, CommandsThatFail) {
-  for (const auto &[sectors, heads, page_length] :
-       {std::tuple{63, 0, 22}, {0, 255, 22}, {63, 255, 20}, {63, 255, 24}}) {
-    disk->sectors = static_cast<std::uint16_t>(sectors);
-    disk->heads = static_cast<std::uint8_t>(heads);
-    disk->page_length = static_cast<std::uint8_t>(page_length);
+  for (const auto &[sectors, heads] : {std::pair{63, 0}, {0, 255}}) {
+    use_disk(disk_of(10'000'000, 512, sectors, heads));
     EXPECT_EQ(read(), EINVAL);
   }
-  disk->page_length = 22;
+  use_disk(disk_of());
+  for (const int longer : {-2, 2}) {
+    host.inject(node, {.opcode = 0x1A, .change = [longer](Reply &reply) {
+                         reply.data.resize(reply.data.size() + static_cast<std::size_t>(longer));
+                         reply.data[0] = static_cast<std::uint8_t>(reply.data.size() - 1);
+                       }});
+    EXPECT_EQ(read(), EINVAL) << "a page of another size";
+  }
   for (const std::uint8_t opcode : {std::uint8_t{0x1A}, std::uint8_t{0x25}}) {
     host.inject(node, {.opcode = opcode, .reply = Reply::check_condition({0x05, 0x24, 0})});
     EXPECT_EQ(read(), GetParam().ia64 ? -2 : -9);
@@ -163,23 +117,24 @@ void expect_fitted(std::uint32_t cyl, std::uint32_t nsect, std::uint32_t nhead,
 }
 
 TEST(LabelFit, WorkedExamples) {
-  std::uint32_t cyl = 70000;
-  std::uint32_t nsect = 32;
-  std::uint32_t nhead = 16;
-  EXPECT_EQ(vol_sol_lbl_adj_geom(&cyl, &nsect, &nhead, 35840000), 0);
-  EXPECT_EQ(cyl, 35000u);
-  EXPECT_EQ(nsect, 32u);
-  EXPECT_EQ(nhead, 32u);
-  // Equal counts: the heads are the ones that grow. No divisor, no fit.
-  cyl = 131072, nsect = nhead = 16;
-  EXPECT_EQ(vol_sol_lbl_adj_geom(&cyl, &nsect, &nhead, 1 << 25), 0);
-  EXPECT_EQ(nsect, 16u);
-  EXPECT_EQ(nhead, 64u);
-  cyl = 65537, nsect = 63, nhead = 0;
-  EXPECT_EQ(vol_sol_lbl_adj_geom(&cyl, &nsect, &nhead, 1 << 30), 22);
-  // A last quotient that does not fit 32 bits.
-  cyl = 65537, nsect = 1, nhead = 1;
-  EXPECT_EQ(vol_sol_lbl_adj_geom(&cyl, &nsect, &nhead, ~std::uint64_t{0}), 22);
+  const struct {
+    std::uint32_t cyl, nsect, nhead;
+    std::uint64_t capacity;
+    int result;
+    std::uint32_t fitted_cyl, fitted_nsect, fitted_nhead;
+  } cases[] = {
+      {70000, 32, 16, 35840000, 0, 35000, 32, 32},
+      {131072, 16, 16, 1 << 25, 0, 32768, 16, 64},        // equal counts: the heads grow
+      {65537, 63, 0, 1 << 30, 22, 65537, 63, 0},          // no divisor
+      {65537, 1, 1, ~std::uint64_t{0}, 22, 65537, 1, 1},  // a last quotient over 32 bits
+  };
+  for (const auto &c : cases) {
+    std::uint32_t cyl = c.cyl, nsect = c.nsect, nhead = c.nhead;
+    EXPECT_EQ(vol_sol_lbl_adj_geom(&cyl, &nsect, &nhead, c.capacity), c.result);
+    if (c.result != 0) continue;
+    EXPECT_EQ((std::array{cyl, nsect, nhead}),
+              (std::array{c.fitted_cyl, c.fitted_nsect, c.fitted_nhead}));
+  }
 }
 
 TEST(LabelFit, RandomInputsMeetThePostConditions) {
@@ -197,71 +152,66 @@ class GeometryCache : public DiskTest {
  protected:
   GeometryCache() {
     init_property_list(nullptr);
-    host.add({.name = "/dev/kz/jox/m0", .number = block_number, .device = disk});
-    host.add({.name = "/dev/kz/rjox/m0", .number = number, .device = disk});
+    use_multipath_disk(255);
     name_node("m0");
   }
 
-  static void name_node(const char *name) {
-    const char *const disks[] = {node, nullptr};
-    const char *const names[] = {name, nullptr};
-    set_property("DISK", disks);
-    set_property("JOX_DEVICE", names);
-    set_asso("DISK", node, "JOX_DEVICE", name);
+  void use_multipath_disk(int heads) {
+    const auto disk = std::make_shared<sim::Disk>(disk_of(10'000'000, 512, 63, heads));
+    host.add({.name = "/dev/kz/jox/m0", .number = block_number, .device = disk});
+    host.add({.name = "/dev/kz/rjox/m0", .number = number, .device = disk});
   }
 
+  static void name_node(const std::string &name) { relate("DISK", node, "JOX_DEVICE", name); }
+
   static constexpr dev_t block_number = 0x0000'4321'0000'8765;
-  std::shared_ptr<GeometryDisk> disk = std::make_shared<GeometryDisk>();
+  disk_geom *geom = nullptr;
 };
 
 TEST_F(GeometryCache, AsksOnceAndAgainWhenForced) {
-  disk_geom *first = nullptr;
-  ASSERT_EQ(ddl_get_geometry(node, &first, 0), 0);
+  ASSERT_EQ(ddl_get_geometry(node, &geom, 0), 0);
+  const disk_geom *first = geom;
   EXPECT_EQ(first->cylinders, 622u);
   const auto requests = host.take_requests();
   ASSERT_EQ(requests.size(), 3u);
   EXPECT_EQ(requests[0].node, "/dev/kz/rjox/m0");
   EXPECT_EQ(disk_geom_headp->blkdev, block_number);
 
-  disk_geom *second = nullptr;
-  ASSERT_EQ(ddl_get_geometry(node, &second, 0xFE), 0);
-  EXPECT_EQ(second, first);
+  ASSERT_EQ(ddl_get_geometry(node, &geom, 0xFE), 0);
+  EXPECT_EQ(geom, first);
   EXPECT_TRUE(host.take_requests().empty());
 
   const LogCapture log;
-  disk->heads = 16;
-  ASSERT_EQ(ddl_get_geometry(node, &second, KZDDL_GEOMETRY_REFRESH), 0);
-  EXPECT_EQ(second->heads, 16u);
+  use_multipath_disk(16);
+  ASSERT_EQ(ddl_get_geometry(node, &geom, KZDDL_GEOMETRY_REFRESH), 0);
+  EXPECT_EQ(geom->heads, 16u);
   EXPECT_EQ(host.take_requests().size(), 3u);
   EXPECT_EQ(disk_geom_headp->next, nullptr) << "one entry for each block device";
   EXPECT_EQ(log.text(),
             "get_dynamic_geometry: Forcing refresh of information for /dev/sdx:/dev/kz/rjox/m0\n");
-}
-
-TEST_F(GeometryCache, NothingIsCachedOnFailure) {
-  disk->heads = 0;
-  disk_geom *geom = nullptr;
-  EXPECT_EQ(ddl_get_geometry(node, &geom, 0), 1);
-  EXPECT_EQ(geom, nullptr);
-  EXPECT_EQ(disk_geom_headp, nullptr);
-  disk->heads = 255;
-  EXPECT_EQ(ddl_get_geometry(node, &geom, 0), 0);
-  disk->heads = 0;
+  {
+    const CountMalloc watch;
+    for (int i = 0; i < 3; ++i)
+      EXPECT_EQ(ddl_get_geometry(node, &geom, KZDDL_GEOMETRY_REFRESH), 0);
+    EXPECT_EQ(live_blocks(), 1) << "old entries are freed";
+  }
+  use_multipath_disk(0);
+  geom = nullptr;
   EXPECT_EQ(ddl_get_geometry(node, &geom, KZDDL_GEOMETRY_REFRESH), 1);
-  EXPECT_EQ(disk_geom_headp, nullptr) << "the old entry is gone";
+  EXPECT_EQ(geom, nullptr);
+  EXPECT_EQ(disk_geom_headp, nullptr) << "nothing is cached on failure, the old entry is gone";
 }
 
 TEST_F(GeometryCache, MissingPieces) {
   const LogCapture log;
-  disk_geom *geom = nullptr;
   EXPECT_EQ(ddl_get_geometry("/dev/other", &geom, 0), 1);
   EXPECT_EQ(log.text(), "");
-  delete_asso("DISK", node, "JOX_DEVICE", "m0");
+  dissociate("DISK", node, "JOX_DEVICE", "m0");
   name_node("gone");
   EXPECT_EQ(ddl_get_geometry(node, &geom, 0), 1);
   EXPECT_EQ(log.text(), "get_dynamic_geometry:stat on node /dev/kz/jox/gone failed. \n");
-  delete_asso("DISK", node, "JOX_DEVICE", "gone");
-  name_node(std::string(120, 'n').c_str());  // the directory does not fit before it
+  dissociate("DISK", node, "JOX_DEVICE", "gone");
+  name_node(std::string(120, 'n'));  // the directory does not fit before it
   EXPECT_EQ(ddl_get_geometry(node, &geom, 0), 1);
   EXPECT_NE(log.text().find(" is too long. \n"), std::string::npos);
   EXPECT_TRUE(host.take_requests().empty());
@@ -280,29 +230,6 @@ TEST_F(GeometryCache, AttributeHoldsTheRecord) {
   EXPECT_EQ(std::memcmp(values[0] + 3, &disk_geom_headp->geom, sizeof(disk_geom)), 0);
   nv_free(values);
   nv_free(list);
-}
-
-TEST_F(GeometryCache, RefreshesAndAttributesFromManyThreads) {
-  setenv("KZ_DEBUG_FILE", "/dev/null", 1);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([i] {
-      dip record{};
-      std::strcpy(record.path, node);
-      for (int n = 0; n < 200; ++n) {
-        if (i == 0) {
-          disk_geom *geom = nullptr;
-          EXPECT_EQ(ddl_get_geometry(node, &geom, KZDDL_GEOMETRY_REFRESH), 0);
-          continue;
-        }
-        char **list = nullptr;
-        EXPECT_EQ(get_dynamic_geometry(record, "DISK_GEOMETRY", &list), 0);
-        nv_free(list);
-      }
-    });
-  }
-  for (std::thread &thread : threads)
-    thread.join();
 }
 
 }  // namespace

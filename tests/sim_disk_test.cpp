@@ -94,15 +94,18 @@ class SimDisk : public testing::TestWithParam<const char *> {
     std::istringstream stream(line);
     std::string node, word;
     stream >> node >> word;
-    const auto read = [&](const char *cdb, std::size_t size = 512) {
-      return send(node, capture::parse_hex(cdb), Bytes(size), SG_DXFER_FROM_DEV);
+    const auto read = [&](const char *cdb) {
+      return send(node, capture::parse_hex(cdb), Bytes(512), SG_DXFER_FROM_DEV);
     };
+    const std::pair<const char *, const char *> words[] = {
+        {"read", "28 00 00 00 00 00 00 00 01 00"},
+        {"modes", "1a 00 3f 00 ff 00"},
+        {"groups", "a3 0a 00 00 00 00 00 00 00 ff 00 00"},
+        {"keys", "5e 00 00 00 00 00 00 00 ff 00"},
+        {"reservation", "5e 01 00 00 00 00 00 00 ff 00"}};
+    for (const auto &[name, cdb] : words)
+      if (word == name) return read(cdb);
     if (word == "ready") return send(node, Bytes(6), {}, SG_DXFER_NONE);
-    if (word == "read") return read("28 00 00 00 00 00 00 00 01 00");
-    if (word == "modes") return read("1a 00 3f 00 ff 00");
-    if (word == "groups") return read("a3 0a 00 00 00 00 00 00 00 ff 00 00");
-    if (word == "keys") return read("5e 00 00 00 00 00 00 00 ff 00");
-    if (word == "reservation") return read("5e 01 00 00 00 00 00 00 ff 00");
     if (word == "reserve") {  // PERSISTENT RESERVE OUT
       unsigned action = 0, type = 0, flags = 0;
       std::uint64_t key = 0, other_key = 0;
@@ -111,16 +114,9 @@ class SimDisk : public testing::TestWithParam<const char *> {
       kzddl::store_be64(&list[0], key);
       kzddl::store_be64(&list[8], other_key);
       list[20] = static_cast<std::uint8_t>(flags);
-      const Bytes cdb{0x5F,
-                      static_cast<std::uint8_t>(action),
-                      static_cast<std::uint8_t>(type),
-                      0,
-                      0,
-                      0,
-                      0,
-                      0,
-                      24,
-                      0};
+      Bytes cdb{0x5F, 0, 0, 0, 0, 0, 0, 0, 24, 0};
+      cdb[1] = static_cast<std::uint8_t>(action);
+      cdb[2] = static_cast<std::uint8_t>(type);
       return send(node, cdb, list, SG_DXFER_TO_DEV);
     }
     const std::string command = line.substr(node.size() + 1);

@@ -16,83 +16,61 @@ namespace {
 
 class Kernel : public DiskTest {
  protected:
-  int open_node() {
-    EXPECT_TRUE(fd_.open(node, O_RDONLY));
-    return fd_.get();
+  /// Sends 512 bytes of sevens, or expects them, without saying which.
+  int send(Bytes cdb, int direction = 0) {
+    data = Bytes(512, 7);
+    sg_io_hdr header{};
+    header.interface_id = 'S';
+    header.dxfer_direction = direction;
+    header.cmdp = cdb.data();
+    header.cmd_len = static_cast<unsigned char>(cdb.size());
+    header.dxferp = data.data();
+    header.dxfer_len = 512;
+    kzddl::Descriptor fd;
+    EXPECT_TRUE(fd.open(node, O_RDONLY));
+    errno = 0;
+    const int result = ioctl(fd.get(), SG_IO, &header);
+    return result == 0 ? header.status : errno;
   }
 
-  /// The legacy request of an INQUIRY with these lengths.
-  int legacy(std::uint32_t in_length, std::uint32_t out_length) {
-    std::memset(buffer, 0, sizeof buffer);
-    std::memcpy(buffer, &in_length, 4);
-    std::memcpy(buffer + 4, &out_length, 4);
-    const unsigned char cdb[6] = {0x12, 0, 0, 0, 36, 0};
-    std::memcpy(buffer + 8, cdb, sizeof cdb);
-    return ioctl(open_node(), SCSI_IOCTL_SEND_COMMAND, buffer);
-  }
-
-  alignas(4) unsigned char buffer[16384];
-
- private:
-  kzddl::Descriptor fd_;
+  Bytes data;
 };
 
 TEST_F(Kernel, LegacyRequestsAreLimitedToAPage) {
-  EXPECT_EQ(legacy(0, 4096), 0);
-  EXPECT_EQ(buffer[16], 'K');
-}
-
-TEST_F(Kernel, LegacyRequestsOverAPageFail) {
-  EXPECT_EQ(legacy(0, 4097), -1);
-  EXPECT_EQ(errno, EINVAL);
-}
-
-TEST_F(Kernel, DataWithoutADirectionAreRefusedOnABlockNode) {
-  unsigned char cdb[6] = {};
-  unsigned char data[8] = {};
-  sg_io_hdr header{};
-  header.interface_id = 'S';
-  header.cmdp = cdb;
-  header.cmd_len = sizeof cdb;
-  header.dxferp = data;
-  header.dxfer_len = sizeof data;
-  const int fd = open_node();
-  for (const int direction : {0, SG_DXFER_NONE}) {
-    header.dxfer_direction = direction;
-    EXPECT_EQ(ioctl(fd, SG_IO, &header), -1);
-    EXPECT_EQ(errno, EINVAL);
+  for (const std::uint32_t out_length : {4096u, 4097u}) {
+    alignas(4) unsigned char buffer[8192] = {};
+    const unsigned char cdb[6] = {0x12, 0, 0, 0, 36, 0};
+    std::memcpy(buffer + 4, &out_length, 4);
+    std::memcpy(buffer + 8, cdb, sizeof cdb);
+    kzddl::Descriptor fd;
+    EXPECT_TRUE(fd.open(node, O_RDONLY));
+    errno = 0;
+    ioctl(fd.get(), SCSI_IOCTL_SEND_COMMAND, buffer);
+    EXPECT_EQ(errno, out_length == 4096 ? 0 : EINVAL);
+    EXPECT_EQ(buffer[16], out_length == 4096 ? 'K' : 0);
   }
 }
 
-TEST_F(Kernel, DataWithoutADirectionAreAReadOnAnSgNode) {
+TEST_F(Kernel, DataWithoutADirection) {
+  const Bytes write{0x2A, 0, 0, 0, 0, 0, 0, 0, 1, 0}, read{0x28, 0, 0, 0, 0, 0, 0, 0, 1, 0};
+  EXPECT_EQ(send(read), EINVAL) << "refused on a block node";
+  EXPECT_EQ(send(read, SG_DXFER_NONE), EINVAL);
   host.add({.name = node,
             .number = number,
             .kind = sim::NodeKind::character,
             .device = std::make_shared<sim::Disk>(sim::DiskSpec{})});
-  Bytes data(512, 7);
-  unsigned char write[10] = {0x2A, 0, 0, 0, 0, 0, 0, 0, 1, 0};
-  unsigned char read[10] = {0x28, 0, 0, 0, 0, 0, 0, 0, 1, 0};
-  sg_io_hdr header{};
-  header.interface_id = 'S';
-  header.cmd_len = sizeof write;
-  header.dxferp = data.data();
-  header.dxfer_len = 512;
-  const int fd = open_node();
-  for (unsigned char *cdb : {write, read}) {
-    header.cmdp = cdb;
-    EXPECT_EQ(ioctl(fd, SG_IO, &header), 0);
-    EXPECT_EQ(header.status, 0);
-  }
+  EXPECT_EQ(send(write), 0) << "a read on an sg node";
+  EXPECT_EQ(send(read), 0);
   EXPECT_EQ(data, Bytes(512)) << "nothing was written";
 }
 
 TEST_F(Kernel, RemovedDevices) {
-  const int fd = open_node();
+  kzddl::Descriptor fd, again;
+  EXPECT_TRUE(fd.open(node, O_RDONLY));
   host.remove(node);
   unsigned char unused[16] = {};
-  EXPECT_EQ(ioctl(fd, SCSI_IOCTL_SEND_COMMAND, unused), -1);
+  EXPECT_EQ(ioctl(fd.get(), SCSI_IOCTL_SEND_COMMAND, unused), -1);
   EXPECT_EQ(errno, ENODEV);
-  kzddl::Descriptor again;
   EXPECT_FALSE(again.open(node, O_RDONLY));
   EXPECT_EQ(errno, ENXIO);
   EXPECT_EQ(do_tur_35(&path), -1);
@@ -113,50 +91,31 @@ std::string message_of(const std::string &json) {
   return message.empty() ? message : message.substr(file.size() + 2);
 }
 
+/// A unit with this second path, and one with this member.
+std::string with_path(const std::string &path) {
+  return R"({"units": [{"paths": [{"node": "/dev/sda", "device": "8:0"}, )" + path + "]}]}";
+}
+std::string with_member(const std::string &member) {
+  return R"({"units": [{)" + member +
+         R"(, "paths": [{"node": "/dev/sda", "device": "8:0", "port": 2, "group": 3},
+                        {"node": "/dev/sdb", "device": "8:16", "port": 2, "group": 4}]}]})";
+}
+
 TEST(Array, MistakesAreReportedWithTheirPlace) {
-  const auto unit = [](const std::string &path) {
-    return R"({"units": [{"paths": [{"node": "/dev/sda", "device": "8:0"}, )" + path + "]}]}";
-  };
-  const auto disk = [](const std::string &key) {
-    return R"({"units": [{)" + key +
-           R"(, "paths": [{"node": "/dev/sda", "device": "8:0", "port": 2, "group": 3},
-                          {"node": "/dev/sdb", "device": "8:16", "port": 2, "group": 4}]}]})";
-  };
-  const std::pair<std::string, std::string> cases[] = {
-      {"[]", "/: expected an object"},
-      {"{}", "/: \"units\" is missing"},
-      {R"({"units": []})", "/units: expected a list that is not empty"},
-      {R"({"units": [{"path": []}]})", "/units/0: unknown key \"path\""},
-      {unit(R"({"node": 5})"), "/units/0/paths/1/node: expected text"},
-      {unit(R"({"node": "/dev/sdb", "device": "8;16"})"),
-       "/units/0/paths/1/device: expected two numbers with \":\" between them"},
-      {unit(R"({"node": "/dev/sdb", "device": "8:16", "port": 65536})"),
-       "/units/0/paths/1/port: expected a whole number from 0 to 65535"},
-      {unit(R"({"node": "/dev/sda", "device": "8:16"})"),
-       "/units: node \"/dev/sda\" is used twice"},
-      {unit(R"({"node": "/dev/sdb", "device": "8:0"})"),
-       "/units: the device number of \"/dev/sdb\" is used twice"},
-      {disk(R"("blocks": 0)"),
-       "/units/0/blocks: expected a whole number from 1 to 18446744073709551615"},
-      {disk(R"("block_size": 520)"), "/units/0/block_size: expected 512 or 4096"},
-      {disk(R"("geometry": true)"), "/units/0/geometry: expected an object"},
-      {disk(R"("geometry": {"heads": 256})"),
-       "/units/0/geometry/heads: expected a whole number from 0 to 255"},
-      {disk(R"("answers_page_0": 1)"), "/units/0/answers_page_0: expected true or false"},
-      {disk(R"("copy": "yes")"), "/units/0/copy: expected \"none\", \"mode page\" or \"command\""},
-      {disk(R"("groups": [{"id": 3}, {"id": 3}])"),
-       "/units/0/groups/1/id: another group has this id"},
-      {disk(R"("groups": [{"id": 3}])"), "/units/0/paths/1: the unit has no target port group 4"},
-      {disk(R"("groups": [{"id": 3}, {"id": 4}])"),
-       "/units/0/paths/1: port 2 is in group 3 on another path, in group 4 here"},
-      {R"({"units": [{"naa": "60 0", "paths": []}]})",
-       "/units/0/naa: line 1, column 4: a byte takes two hexadecimal digits"},
-  };
-  for (const auto &[json, message] : cases)
-    EXPECT_EQ(message_of(json), message);
+  std::ifstream cases(KZDDL_TEST_DATA "/../sessions/array-mistakes.txt");
+  int mistakes = 0;
+  for (std::string line; std::getline(cases, line);) {
+    if (line.starts_with('#')) continue;
+    const std::size_t equals = line.find(" = ");
+    std::string json = line.substr(0, equals);
+    if (json.starts_with("path ")) json = with_path(json.substr(5));
+    if (json.starts_with("disk ")) json = with_member(json.substr(5));
+    EXPECT_EQ(message_of(json), line.substr(equals + 3)) << line;
+    ++mistakes;
+  }
+  EXPECT_GT(mistakes, 20);
   EXPECT_EQ(message_of("{\"units\": [\n  oops]}").find("parse error at line 2, column 3"), 0u);
-  EXPECT_EQ(message_of("{\"units\": 9e999}"), "number overflow parsing '9e999'");
-  EXPECT_NE(message_of(unit(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
+  EXPECT_NE(message_of(with_path(R"({"node": "/dev/sdb", "device": "8:16", "replay": "none"})"))
                 .find("/units/0/paths/1/replay: "),
             std::string::npos);
 }

@@ -9,94 +9,83 @@ namespace {
 
 using tool::Device;
 
-std::optional<tool::Sense> parse(const Bytes &data) { return tool::parse_sense(data); }
-
-std::string words(const Bytes &data) {
-  const auto sense = parse(data);
-  return sense ? tool::sense_words(*sense) : "none";
-}
-
 TEST(SenseWords, FormatsAndLengths) {
-  EXPECT_EQ(words(Sense{0x05, 0x24, 0x00}.fixed()), "ILLEGAL REQUEST: INVALID FIELD IN CDB");
-  EXPECT_EQ(words({0xF1, 0, 0xE3, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x11, 0x00}),
-            "deferred MEDIUM ERROR: UNRECOVERED READ ERROR")
-      << "the valid bit and the bits beside the key are not part of them";
-  EXPECT_EQ(words({0x72, 0x02, 0x04, 0x0B, 0, 0, 0, 0}),
-            "NOT READY: LOGICAL UNIT NOT ACCESSIBLE, TARGET PORT IN STANDBY STATE");
-  EXPECT_EQ(words({0x73, 0x06, 0x29}),
-            "deferred UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED")
-      << "a byte that is not there reads as 0";
-  EXPECT_EQ(words({0x70, 0, 0x0B, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x80, 0xFE}),
-            "ABORTED COMMAND: ASC 80 ASCQ FE");
-  EXPECT_EQ(words({0x70, 0}), "none");
-  EXPECT_EQ(words({0x7F, 0, 5, 0}), "none");
-  EXPECT_EQ(words({}), "none");
+  const std::pair<Bytes, std::string> cases[] = {
+      {Sense{0x05, 0x24, 0x00}.fixed(), "ILLEGAL REQUEST: INVALID FIELD IN CDB"},
+      // The valid bit and the bits beside the key are not part of them.
+      {{0xF1, 0, 0xE3, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x11, 0x00},
+       "deferred MEDIUM ERROR: UNRECOVERED READ ERROR"},
+      {{0x72, 0x02, 0x04, 0x0B, 0, 0, 0, 0},
+       "NOT READY: LOGICAL UNIT NOT ACCESSIBLE, TARGET PORT IN STANDBY STATE"},
+      // A byte that is not there reads as 0.
+      {{0x73, 0x06, 0x29},
+       "deferred UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED"},
+      {{0x70, 0, 0x0B, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x80, 0xFE}, "ABORTED COMMAND: ASC 80 ASCQ FE"},
+      {{0x70, 0}, "none"},
+      {{0x7F, 0, 5, 0}, "none"},
+      {{}, "none"},
+  };
+  for (const auto &[data, words] : cases) {
+    const auto sense = tool::parse_sense(data);
+    EXPECT_EQ(sense ? tool::sense_words(*sense) : "none", words);
+  }
 }
 
 class ToolCommand : public WayTest {
  protected:
-  tool::Readiness readiness() {
-    Device device(node);
-    return tool::test_unit_ready(device);
+  /// "ready", "not ready: " and the reason, or what made it an error.
+  std::string readiness() {
+    try {
+      return tool::test_unit_ready(device).words();
+    } catch (const tool::Error &error) {
+      EXPECT_EQ(error.exit_status(), 1);
+      return error.what();
+    }
   }
+
+  Device device{node};
 };
 class SgToolCommand : public ToolCommand {};
-class LegacyToolCommand : public ToolCommand {};
 INSTANTIATE_TEST_SUITE_P(, SgToolCommand, every_sg_way, way_name);
-INSTANTIATE_TEST_SUITE_P(, LegacyToolCommand, every_legacy_way, way_name);
-
-TEST_P(SgToolCommand, UnitAttentionIsAskedAgainOnce) {
-  answer(Reply::check_condition({0x06, 0x2A, 0x06}), 1);
-  EXPECT_TRUE(readiness().ready);
-  EXPECT_EQ(host.take_requests().size(), 2u);
-
-  answer(Reply::check_condition({0x06, 0x29, 0x00}), 2);
-  EXPECT_EQ(readiness().words(),
-            "not ready: UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED");
-  EXPECT_EQ(host.take_requests().size(), 2u);
-
-  answer(Reply::check_condition({0x02, 0x04, 0x01}), 1);
-  EXPECT_EQ(readiness().words(), "not ready: LOGICAL UNIT IS IN PROCESS OF BECOMING READY");
-  EXPECT_EQ(host.take_requests().size(), 1u) << "only a unit attention ends with its report";
-}
+INSTANTIATE_TEST_SUITE_P(, ToolCommand, every_way, way_name);
 
 TEST_P(SgToolCommand, EveryOutcomeInWords) {
-  const std::pair<Reply, std::string> cases[] = {
-      {{.status = sim::status::reservation_conflict}, "RESERVATION CONFLICT"},
-      {{.status = sim::status::busy}, "BUSY"},
-      {{.status = 0x5E}, "SCSI status 5Eh"},
-      {{.status = sim::status::check_condition}, "CHECK CONDITION"},
-      {{.host_status = 1}, "no connection to the device"},
-      {{.host_status = 3}, "timed out"},
-      {{.host_status = 0x0E}, "transport disrupted"},
-      {{.host_status = 0x77}, "host or driver status 77h"},
+  const Reply attention = Reply::check_condition({0x06, 0x29, 0x00});
+  const bool direct = GetParam().direct();
+  const struct {
+    Reply reply;
+    int times;
+    std::string words;
+    std::size_t commands;
+  } cases[] = {
+      // A unit attention is asked again, once: it alone ends with its report.
+      {attention, 1, "ready", 2},
+      {attention, 2, "not ready: UNIT ATTENTION: POWER ON, RESET, OR BUS DEVICE RESET OCCURRED", 2},
+      {Reply::check_condition({0x02, 0x04, 0x01}), 1,
+       "not ready: LOGICAL UNIT IS IN PROCESS OF BECOMING READY", 1},
+      {{.status = sim::status::reservation_conflict}, 1, "not ready: RESERVATION CONFLICT", 1},
+      {{.status = sim::status::busy}, 1, "not ready: BUSY", 1},
+      {{.status = 0x40}, 1, "not ready: TASK ABORTED", 1},  // its masked status is that of GOOD
+      {{.status = 0x5E}, 1, "not ready: SCSI status 5Eh", 1},
+      {{.status = sim::status::check_condition}, 1, "not ready: CHECK CONDITION", 1},
+      {{.host_status = 1}, 1, "not ready: no connection to the device", 1},
+      {{.host_status = 3}, 1, "not ready: timed out", 1},
+      {{.host_status = 0x0E}, 1, "not ready: transport disrupted", 1},
+      {{.host_status = 0x77}, 1, "not ready: host or driver status 77h", 1},
+      {{.error = ENODEV}, 1, "ready /dev/sdx: No such device", 1},
   };
-  for (const auto &[reply, reason] : cases) {
-    answer(reply, 1);
-    EXPECT_EQ(readiness().reason, reason);
+  for (const auto &[reply, times, words, commands] : cases) {
+    answer(reply, times);
+    EXPECT_EQ(readiness(), words);
+    EXPECT_EQ(host.take_requests().size(), commands) << words;
   }
-}
-
-TEST_P(SgToolCommand, WhatNeverReachesTheDeviceIsAnError) {
-  const auto expect_error = [this](const std::string &reason) {
-    try {
-      readiness();
-      ADD_FAILURE() << "expected: " << reason;
-    } catch (const tool::Error &error) {
-      EXPECT_EQ(error.what(), "ready /dev/sdx: " + reason);
-      EXPECT_EQ(error.exit_status(), 1);
-    }
-  };
-  host.inject(node, {.error = ENODEV});
-  expect_error("No such device");
-  host.fail_open(GetParam().direct() ? node : sim::control_node, EACCES);
-  expect_error(GetParam().direct() ? "Permission denied"
-                                   : "cannot open the control node /dev/kz/joxconfig "
-                                     "(--route direct does without)");
+  host.fail_open(direct ? node : sim::control_node, EACCES);
+  EXPECT_EQ(readiness(), direct ? "ready /dev/sdx: Permission denied"
+                                : "ready /dev/sdx: cannot open the control node "
+                                  "/dev/kz/joxconfig (--route direct does without)");
 }
 
 TEST_P(SgToolCommand, DataAndResidual) {
-  Device device(node);
   const Bytes cdb{0x12, 0, 0, 0, 96, 0};
   Bytes data(200, 0xEE);
   const tool::Data in{tool::Data::Direction::from_device, data};
@@ -110,31 +99,25 @@ TEST_P(SgToolCommand, DataAndResidual) {
   EXPECT_EQ(only_request().data_out, data);
 }
 
-TEST_P(LegacyToolCommand, StatusIsAllThereIs) {
-  EXPECT_TRUE(readiness().ready);
-  answer(Reply::check_condition({0x02, 0x04, 0x01}), 1);
-  EXPECT_EQ(readiness().reason, "CHECK CONDITION");
-  answer(Reply{.status = sim::status::reservation_conflict}, 1);
-  EXPECT_EQ(readiness().reason, "RESERVATION CONFLICT");
-  fail_ioctl(EIO);
-  EXPECT_THROW(readiness(), tool::Error);
-}
-
-TEST_P(ToolCommand, FamilyResultsInWords) {
-  EXPECT_EQ(tool::result_words(ENXIO), "No such device or address");
-  if (GetParam().ia64) {
-    EXPECT_EQ(tool::result_words(-2), "CHECK CONDITION");
-    EXPECT_EQ(tool::result_words(-24), "RESERVATION CONFLICT");
-    EXPECT_EQ(tool::result_words(-1), "the device announces no data");
-  } else {
-    EXPECT_EQ(tool::result_words(-9), "CHECK CONDITION");
-    EXPECT_EQ(tool::result_words(-12), "RESERVATION CONFLICT");
-    EXPECT_EQ(tool::result_words(-1), "no connection to the device");
+TEST_P(ToolCommand, ResultsInWords) {
+  const bool ia64 = GetParam().ia64;
+  EXPECT_EQ(readiness(), "ready");
+  if (ia64) {  // the status is all there is
+    answer(Reply::check_condition({0x02, 0x04, 0x01}), 1);
+    EXPECT_EQ(readiness(), "not ready: CHECK CONDITION");
+    answer(Reply{.status = sim::status::reservation_conflict}, 1);
+    EXPECT_EQ(readiness(), "not ready: RESERVATION CONFLICT");
+    fail_ioctl(EIO);
+    EXPECT_EQ(readiness(), "ready /dev/sdx: Input/output error");
   }
+  EXPECT_EQ(tool::result_words(ENXIO), "No such device or address");
+  EXPECT_EQ(tool::result_words(ia64 ? -2 : -9), "CHECK CONDITION");
+  EXPECT_EQ(tool::result_words(ia64 ? -24 : -12), "RESERVATION CONFLICT");
+  EXPECT_EQ(tool::result_words(-1),
+            ia64 ? "the device announces no data" : "no connection to the device");
   EXPECT_EQ(tool::result_words(-19).starts_with("cannot open the control node"),
             !GetParam().direct());
 }
-INSTANTIATE_TEST_SUITE_P(, ToolCommand, every_way, way_name);
 
 // --- discovery ---
 

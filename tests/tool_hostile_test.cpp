@@ -76,40 +76,5 @@ TEST(ToolOnHostileArrays, EndsInOrder) {
   }
 }
 
-TEST(ToolOnHostileArrays, TheSeedDecides) {
-  const auto discover = [](const char *seed) {
-    return run_tool({"--sim", "--sim-hostile", seed, "discover"});
-  };
-  EXPECT_EQ(discover("5").out, discover("5").out);
-  EXPECT_EQ(discover("5").err, discover("5").err);
-  EXPECT_NE(discover("5").out, discover("6").out);
-  EXPECT_EQ(run_tool({"--sim", "--sim-hostile", "x", "discover"}).status, 2);
-}
-
-/// An array of two paths to one disk, with these members in the unit and in the second path.
-ToolRun run_on_array(const std::string &in_unit, const std::string &in_path) {
-  const MemoryFile array(R"({"units": [{"naa": "600A0B8001020304", )" + in_unit +
-                         R"("paths": [{"node": "/dev/sda", "device": "8:0"}, {)" + in_path +
-                         R"("node": "/dev/sdb", "device": "8:16"}]}]})");
-  const std::string name =
-      "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(array.fd());
-  return run_tool({"--sim=" + name, "identify", "/dev/sda", "/dev/sdb"});
-}
-
-TEST(ToolOnHostileArrays, AUnitOrAPathIsHostile) {
-  const ToolRun honest = run_on_array("", "");
-  EXPECT_EQ(honest.status, 0) << honest.err;
-  const std::string first = honest.out.substr(0, honest.out.find("/dev/sdb"));
-  // A seed whose device lies at once.
-  EXPECT_NE(run_on_array(R"("hostile": 7, )", "").out.find(first), 0u);
-  const ToolRun path = run_on_array("", R"("hostile": 7, )");
-  EXPECT_EQ(path.out.find(first), 0u) << path.out;
-  EXPECT_NE(path.out, honest.out);
-  const ToolRun mistake = run_on_array(R"("hostile": -1, )", "");
-  EXPECT_EQ(mistake.status, 2);
-  EXPECT_NE(mistake.err.find("/units/0/hostile: expected a whole number"), std::string::npos)
-      << mistake.err;
-}
-
 }  // namespace
 }  // namespace kzddl_test

@@ -9,11 +9,9 @@
 //   = STATUS      its exit status, where it is not 0
 //
 // All other lines are its standard output.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -101,7 +99,8 @@ TEST_P(ToolSession, IsAsWrittenDown) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, ToolSession,
-                         testing::Values("decode", "errors", "discovery", "disks", "paths"),
+                         testing::Values("decode", "errors", "discovery", "disks", "paths",
+                                         "failover", "hostile"),
                          [](const auto &info) { return std::string(info.param); });
 
 TEST(ToolDecode, RawInput) {
@@ -141,18 +140,17 @@ TEST(ToolSend, InquiryComesBackAsItWasCaptured) {
   std::filesystem::current_path(KZDDL_TEST_DATA);
   const auto run = [](std::vector<std::string> arguments) {
     arguments.push_back("--sim=../sessions/two-paths.json");
-    return run_tool(arguments);
+    return run_tool(arguments).out;
   };
-  const ToolRun hexadecimal = run({"inquiry", "/dev/sda", "--page", "83", "--hex"});
-  const std::string decoded = run({"inquiry", "/dev/sda", "--page", "0x83"}).out;
+  const std::string hexadecimal = run({"inquiry", "/dev/sda", "--page", "83", "--hex"});
+  const std::string decoded = run({"inquiry", "/dev/sda", "--page", "0x83"});
   EXPECT_EQ(decoded, run_tool({"decode", "vpd83", "lio-path1/vpd-83.hex"}).out);
-  EXPECT_EQ(run_tool({"decode", "vpd83", "-"}, hexadecimal.out).out, decoded);
+  EXPECT_EQ(decoded, run_tool({"decode", "vpd83", "-"}, hexadecimal).out);
 
-  const ToolRun raw = run({"inquiry", "/dev/sda", "--raw"});
-  EXPECT_EQ(raw.out.size(), 96u);
-  const ToolRun sent =
-      run({"send", "/dev/sda", "--cdb", "12 00 00 00 60 00", "--in", "200", "--raw"});
-  EXPECT_EQ(sent.out, raw.out) << "what did not move is not printed";
+  const std::string raw = run({"inquiry", "/dev/sda", "--raw"});
+  EXPECT_EQ(raw.size(), 96u);
+  EXPECT_EQ(run({"send", "/dev/sda", "--cdb", "12 00 00 00 60 00", "--in", "200", "--raw"}), raw)
+      << "what did not move is not printed";
 }
 
 TEST(ToolState, ProcessesLoseNoRegistration) {
@@ -163,20 +161,14 @@ TEST(ToolState, ProcessesLoseNoRegistration) {
     return run_tool(arguments);
   };
   constexpr int hosts = 6;
-  std::vector<pid_t> children;
+  std::vector<std::future<ToolRun>> registrations;
   for (int i = 1; i <= hosts; ++i) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      const std::string number = std::to_string(i);
-      ::_exit(run({"reservations", "/dev/sda", "register", "--new-key", number}, number).status);
-    }
-    children.push_back(child);
+    registrations.push_back(std::async(std::launch::async, [&run, number = std::to_string(i)] {
+      return run({"reservations", "/dev/sda", "register", "--new-key", number}, number);
+    }));
   }
-  for (const pid_t child : children) {
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  for (auto &registration : registrations)
+    EXPECT_EQ(registration.get().status, 0);
   const auto seen = nlohmann::json::parse(run({"reservations", "/dev/sda", "--json"}, "1").out);
   EXPECT_EQ(seen["generation"], hosts);
   EXPECT_EQ(seen["keys"].size(), std::size_t{hosts});

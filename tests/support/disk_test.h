@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,16 @@ inline void PrintTo(const Way &way, std::ostream *out) { *out << way.name; }
 
 inline std::string way_name(const testing::TestParamInfo<Way> &info) { return info.param.name; }
 
+/// A device that answers as a function says.
+struct Answering : sim::Device {
+  explicit Answering(std::function<Reply(const sim::Command &)> function)
+      : answer(std::move(function)) {}
+  Reply execute(const sim::Command &command, const sim::Port & /*port*/) override {
+    return answer(command);
+  }
+  std::function<Reply(const sim::Command &)> answer;
+};
+
 class DiskTest : public testing::Test {
  protected:
   static constexpr char node[] = "/dev/sdx";
@@ -58,10 +69,10 @@ class DiskTest : public testing::Test {
 
   ~DiskTest() override { EXPECT_EQ(host.open_descriptors(), 0) << "a node was left open"; }
 
-  void use_disk(sim::DiskSpec spec) {
-    host.add(
-        {.name = node, .number = number, .device = std::make_shared<sim::Disk>(std::move(spec))});
+  void use_device(std::shared_ptr<sim::Device> device) {
+    host.add({.name = node, .number = number, .device = std::move(device)});
   }
+  void use_disk(sim::DiskSpec spec) { use_device(std::make_shared<sim::Disk>(std::move(spec))); }
 
   /// Before the first command: the probes keep their first answer.
   void go(const Way &way) {
@@ -70,8 +81,9 @@ class DiskTest : public testing::Test {
     if (way.ia64) host.set_file("/proc/cpuinfo", "processor  : 0\narch       : IA-64\n");
   }
 
-  void answer(Reply reply, int times = -1) {
-    host.inject(node, {.times = times, .reply = std::move(reply)});
+  void answer(const Reply &reply, int times = -1) {
+    if (reply.error != 0) return host.inject(node, {.times = times, .error = reply.error});
+    host.inject(node, {.times = times, .reply = reply});
   }
   void answer(const Sense &sense) { answer(Reply::check_condition(sense)); }
   void fail_ioctl(int error) { host.inject(node, {.times = -1, .error = error}); }
@@ -113,6 +125,35 @@ inline void expect_header(const Request &request, int direction, unsigned length
   EXPECT_EQ(header.flags, 0u);
   EXPECT_EQ(header.pack_id, 0);
 }
+
+/// What `work` writes to standard output.
+template <class Work>
+std::string printed(Work work) {
+  testing::internal::CaptureStdout();
+  work();
+  return testing::internal::GetCapturedStdout();
+}
+
+/// A command of each kind; each hands over a block when it succeeds.
+struct Reader {
+  const char *name;
+  int (*run)(odh *path, int *length, unsigned char **data);
+};
+inline constexpr Reader readers[] = {
+    {"INQUIRY", [](odh *p, int *n, auto **data) { return do_inquiry(p, 1, 0x83, 0, n, data); }},
+    {"READ CAPACITY", [](odh *p, int *n, auto **d) { return do_read_capacity(p, 0, 0, 0, n, d); }},
+    {"MODE SENSE", [](odh *p, int *n, auto **d) { return do_mode_sense_raw(p, 0, 0, 63, n, d); }},
+    {"REPORT TARGET PORT GROUPS", [](odh *p, int *, auto **data) { return do_rtpg(p, data); }},
+    {"PERSISTENT RESERVE IN",
+     [](odh *p, int *, auto **data) {
+       return static_cast<int>(do_pgr_in(p, 0, reinterpret_cast<pgr_in_data **>(data)));
+     }},
+    {"READ",
+     [](odh *p, int *, auto **data) {
+       *data = static_cast<unsigned char *>(std::malloc(3 * 512));
+       return do_diskio(p, 8, 3, *data, KZDDL_DISKIO_READ);
+     }},
+};
 
 inline const auto every_way =
     testing::Values(direct, indirect_64, indirect_32, legacy_direct, legacy_indirect);

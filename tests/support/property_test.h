@@ -1,15 +1,16 @@
 // The property database from a test's side: arguments and results as strings of C++, a payload
-// for each value, and the nodes that lie before a stored name and a stored value.
+// for each value, the nodes that lie before a stored name and a stored value, and what an array
+// support library registers and answers.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kzddl/ddl_name_value_api.h"
 #include "kzddl/ddlproperty.h"
 #include "kzddl/ddlproperty_asso.h"
 #include "kzddl/ddlproperty_dynamic.h"
@@ -48,6 +49,10 @@ inline int set_ts(const std::string &name, const Strings &values) {
 
 inline int erase(const std::string &name, const Strings &values) {
   return delete_property(name.c_str(), pointers(values).data());
+}
+
+inline int erase_ts(const std::string &name, const Strings &values) {
+  return delete_property_ts(name.c_str(), pointers(values).data());
 }
 
 /// A result array of `n` entries, checked for its null entry and released.
@@ -132,6 +137,29 @@ inline kzddl::pnode *property_node(const std::string &name) {
 inline kzddl::vnode *value_node(const char *stored) {
   return const_cast<kzddl::vnode *>(reinterpret_cast<const kzddl::vnode *>(stored)) - 1;
 }
+
+/// The value that holds a pointer.
+template <class T>
+std::string address(T *pointer) {
+  return typed(std::string(reinterpret_cast<const char *>(&pointer), sizeof pointer), 1);
+}
+
+/// What a library answers: one pair with `value`.
+inline std::int32_t answer_with(const std::string &attr, const std::string &value, char ***list) {
+  char *pair = nullptr;
+  nv_set_value(&pair, attr.c_str(), value.c_str());
+  nv_create_list(list, pair, nullptr);
+  nv_free(pair);
+  return 0;
+}
+
+/// The handler record of a library, at an address that suits its mutex.
+struct Handler {
+  alignas(8) unsigned char lead[4] = {};
+  unsigned char record[KZDDL_HANDLER_MUTEX] = {};
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+static_assert(offsetof(Handler, mutex) - offsetof(Handler, record) == KZDDL_HANDLER_MUTEX);
 
 /// An empty database before each test; emptied afterwards, which asserts all its counters.
 class DatabaseTest : public testing::Test {

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,56 +42,42 @@ struct ToolRun {
   std::string err;
 };
 
-/// Environment of every run; `locale` decides how trees are drawn.
-inline std::vector<std::string> tool_environment(const std::string &locale) {
-  std::vector<std::string> list = {"LC_ALL=" + locale};
-  std::string asan = "ASAN_OPTIONS=verify_asan_link_order=0";  // the simulated host is preloaded
-  for (char **entry = environ; *entry != nullptr; ++entry) {
-    const std::string_view text = *entry;
-    if (text.starts_with("ASAN_OPTIONS=")) {
-      asan.append(":").append(text.substr(text.find('=') + 1));
-    } else if (!text.starts_with("LC_") && !text.starts_with("LANG") &&
-               !text.starts_with("KZSIM") && !text.starts_with("LD_PRELOAD=")) {
-      list.emplace_back(text);
-    }
-  }
-  list.push_back(asan);
-  return list;
-}
-
-inline std::vector<char *> pointers(std::vector<std::string> &list) {
-  std::vector<char *> result;
-  for (std::string &text : list)
-    result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
+/// Starts the tool in this process, which is a child; `locale` decides how trees are drawn.
+[[noreturn]] inline void become_tool(std::vector<std::string> &arguments,
+                                     const std::string &locale) {
+  for (const char *name :
+       {"KZSIM", "KZSIM_HOST", "KZSIM_STORE", "KZSIM_HOSTILE", "LD_PRELOAD", "LANGUAGE"})
+    ::unsetenv(name);
+  ::setenv("LC_ALL", locale.c_str(), 1);
+  // The simulated host is preloaded: a sanitizer does not come first.
+  const char *options = std::getenv("ASAN_OPTIONS");
+  ::setenv("ASAN_OPTIONS",
+           (std::string("verify_asan_link_order=0:") + (options != nullptr ? options : "")).c_str(),
+           1);
+  std::vector<char *> pointers;
+  for (std::string &argument : arguments)
+    pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  ::execv(KZDDL_TOOL, pointers.data());
+  ::_exit(127);
 }
 
 inline ToolRun run_tool(std::vector<std::string> arguments, std::string_view input = {},
                         const std::string &locale = "C") {
   arguments.insert(arguments.begin(), "kzddl");
-  std::vector<std::string> environment = tool_environment(locale);
-  const MemoryFile in(input);
-  const MemoryFile out;
-  const MemoryFile err;
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in.fd(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, out.fd(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err.fd(), STDERR_FILENO);
-  pid_t pid = 0;
-  const int error = posix_spawn(&pid, KZDDL_TOOL, &actions, nullptr, pointers(arguments).data(),
-                                pointers(environment).data());
-  posix_spawn_file_actions_destroy(&actions);
-  ToolRun run;
-  if (error != 0) {
-    ADD_FAILURE() << KZDDL_TOOL << " does not start";
-    return run;
+  const MemoryFile in(input), out, err;
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(in.fd(), STDIN_FILENO);
+    ::dup2(out.fd(), STDOUT_FILENO);
+    ::dup2(err.fd(), STDERR_FILENO);
+    become_tool(arguments, locale);
   }
+  ToolRun run;
   int status = 0;
   ::waitpid(pid, &status, 0);
   if (WIFEXITED(status)) run.status = WEXITSTATUS(status);
+  EXPECT_NE(run.status, 127) << KZDDL_TOOL << " does not start";
   run.out = out.content();
   run.err = err.content();
   return run;
