@@ -52,9 +52,10 @@ void Naming::follow() {
                      {.fd = stop_.get(), .events = POLLIN}};
   auto &[news, stop] = events;
   update();
-  std::optional<Clock::time_point> stale_since;
+  bool stale = false;
+  Clock::time_point deadline{};  // of the next scan
   while (true) {
-    poll(events, std::size(events), stale_since ? settle_ms : -1);
+    poll(events, std::size(events), stale ? settle_ms : -1);
     if (stop.revents != 0) return;
     const Clock::time_point now = Clock::now();
     const bool quiet = news.revents == 0;
@@ -62,11 +63,12 @@ void Naming::follow() {
     if (!quiet) {
       for (const std::string &place : disks_.news())
         known_.erase(place);
-      if (!stale_since) stale_since = now;
+      if (!stale) deadline = now + longest_wait;
+      stale = true;
     }
-    if (stale_since && (quiet || now - *stale_since > longest_wait)) {
+    if (stale && (quiet || now > deadline)) {
       update();
-      stale_since.reset();
+      stale = false;
     }
   }
 }
