@@ -59,8 +59,10 @@ TEST_F(KernelTool, GroupsAreSetAndShown) {
   EXPECT_EQ(run({"ready", a}).status, 0);
   EXPECT_EQ(set("optimized").at("access_state"), "active/optimized");
   // The change raised a unit attention, which a legacy request cannot tell from other failures.
+  // The control service may have heard it, when it asked for the states of the paths.
   if (ddl_is_arch_ia64() == 1) {
-    EXPECT_EQ(run({"ready", b}).status, 1);
+    const int status = run({"ready", b}).status;
+    EXPECT_TRUE(status == 1 || indirect());
   }
   EXPECT_EQ(run({"ready", b}).status, 0);
 }
