@@ -23,12 +23,13 @@ struct Options {
   bool no_names = false;
 };
 
-/// SIGTERM and SIGINT as something to wait for. To be called before there is any thread.
+/// SIGTERM, SIGINT and SIGHUP as something to wait for. To be called before there is any thread.
 int end_signals() {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGHUP);  // libfuse would end the session on it
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }

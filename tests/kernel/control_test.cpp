@@ -347,7 +347,7 @@ TEST_F(Control, WhatIsInFlightIsFinishedAtTheEnd) {
   ControlService service;
   target.stick();
   Stuck stuck(network);
-  service.send(SIGTERM);
+  service.send(SIGHUP);
   EXPECT_TRUE(soon([this] { return inquiry(debug.path()) == -ENODEV; }));
   target.answer();
   EXPECT_EQ(stuck.wait(), 0);
