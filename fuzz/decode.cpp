@@ -1,6 +1,6 @@
 // Everything that the tool decodes, as text and as JSON.
 #include "capture/capture.h"
-#include "fuzz/input.h"
+#include "fuzz/require.h"
 #include "tools/capacity.h"
 #include "tools/copy_limits.h"
 #include "tools/error.h"

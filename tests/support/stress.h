@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/setting.h"
+
 namespace kzddl_test {
 
 inline void write_stack(int /*signal*/) {
@@ -38,9 +40,7 @@ template <class Work>
 void run_threads(unsigned count, Work work,
                  std::chrono::seconds patience = std::chrono::seconds(60)) {
   using std::chrono::steady_clock;
-  const char *seconds = std::getenv("KZDDL_STRESS_SECONDS");
-  const auto end =
-      steady_clock::now() + std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 2);
+  const auto end = steady_clock::now() + std::chrono::seconds(setting("KZDDL_STRESS_SECONDS", 2));
   std::atomic<unsigned> running = count;
   std::vector<std::thread> threads;
   for (unsigned i = 0; i < count; ++i) {
