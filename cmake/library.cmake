@@ -1,4 +1,4 @@
-# The shared library: the C library and POSIX threads alone at run time.
+# The shared library: needs the C library alone at run time.
 add_library(kzddl SHARED
   misc/kzgeom.cpp
   misc/kzmisc_geometry.cpp
@@ -13,6 +13,7 @@ add_library(kzddl SHARED
   property/ddlproperty_dynamic.cpp
   property/ddlproperty_sys.cpp
   property/ddlskiplist.cpp
+  property/fetch.cpp
   property/lock_order.cpp
   property/reader_slots.cpp
   property/value_index.cpp

@@ -8,12 +8,13 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
+#include "base/driver.h"
+#include "base/log.h"
 #include "base/memory.h"
-#include "kzddl/ddl_name_value_api.h"
 #include "kzddl/kzmisc_log.h"
-#include "property/guards.h"
+#include "nv/name_value.h"
+#include "property/links.h"
 
 using namespace kzddl;
 
@@ -24,17 +25,10 @@ namespace {
 constexpr char block_directory[] = "/dev/kz/jox";
 constexpr char raw_directory[] = "/dev/kz/rjox";
 
-constexpr std::uint32_t facility = 0x70000;
 constexpr int failed = 1;
 
 /// A node name or path: 128 characters and a NUL.
 using NodeName = std::array<char, 129>;
-
-struct FreeNameValue {
-  void operator()(void *block) const { nv_free(block); }
-};
-template <class T>
-using NameValue = std::unique_ptr<T, FreeNameValue>;
 
 /// What the node of a disk is: its path and its number.
 struct Node {
@@ -45,7 +39,7 @@ struct Node {
 /// False, with a message, for a name that does not fit: a cut one would be another disk's.
 bool fits(int length, const char *name) {
   if (length >= 0 && static_cast<std::size_t>(length) < std::tuple_size_v<NodeName>) return true;
-  ddlmsg(facility, 9, "get_dynamic_geometry:name of node %s is too long. \n", name);
+  ddlmsg(log::facility, log::failure, "get_dynamic_geometry:name of node %s is too long. \n", name);
   return false;
 }
 
@@ -53,8 +47,13 @@ bool fits(int length, const char *name) {
 bool find_node_name(const char *disk, NodeName &name) {
   const char **values = nullptr;
   if (get_asso_val(KZDDL_PROP_DISK, disk, KZDDL_PROP_JOX_DEVICE, &values) <= 0) return false;
-  const Owned<const char *[]> owner(values);
-  return fits(std::snprintf(name.data(), name.size(), "%s", values[0]), values[0]);
+  std::free(values);
+  // Copied under the locks: what the look-up has found, if need be fetched, may be gone by now.
+  TypedString found;
+  if (!copy_first_linked(KZDDL_PROP_DISK, TypedString(disk), KZDDL_PROP_JOX_DEVICE, &found)) {
+    return false;
+  }
+  return fits(std::snprintf(name.data(), name.size(), "%s", found.text()), found.text());
 }
 
 bool find_node(const char *directory, const NodeName &name, Node &node) {
@@ -64,7 +63,8 @@ bool find_node(const char *directory, const NodeName &name, Node &node) {
   }
   struct stat status;
   if (stat(node.path.data(), &status) != 0) {
-    ddlmsg(facility, 9, "get_dynamic_geometry:stat on node %s failed. \n", node.path.data());
+    ddlmsg(log::facility, log::failure, "get_dynamic_geometry:stat on node %s failed. \n",
+           node.path.data());
     return false;
   }
   node.number = status.st_rdev;
@@ -83,7 +83,7 @@ disk_geom_entry **find_entry(std::uint64_t blkdev) {
 disk_geom_entry *query(const odh &path) {
   auto entry = zeroed_record<disk_geom_entry>();
   if (entry == nullptr) {
-    ddlmsg(facility, 9, "get_dynamic_geometry:Memory allocation failed \n");
+    ddlmsg(log::facility, log::failure, "get_dynamic_geometry:Memory allocation failed \n");
     return nullptr;
   }
   if (gen_get_geometry_info(path, &entry->geom) != 0) return nullptr;
@@ -107,7 +107,7 @@ int use_geometry(const char *disk, bool refresh, const Use &use) {
   path.dev = raw.number;
   path.blkdev = block.number;
 
-  // Held across the query: requests for one disk's geometry are served one at a time.
+  // Held across the query: every request for a geometry waits meanwhile, for other disks too.
   const MutexGuard cache(geometry_mutex());
   disk_geom_entry **link = find_entry(block.number);
   disk_geom_entry *entry = *link;
@@ -115,7 +115,8 @@ int use_geometry(const char *disk, bool refresh, const Use &use) {
     *link = entry->next;
     std::free(entry);
     entry = nullptr;
-    ddlmsg(facility, 1, "get_dynamic_geometry: Forcing refresh of information for %s:%s\n", disk,
+    ddlmsg(log::facility, log::notice,
+           "get_dynamic_geometry: Forcing refresh of information for %s:%s\n", disk,
            raw.path.data());
   }
   if (entry == nullptr) entry = query(path);
@@ -135,10 +136,10 @@ std::int32_t get_dynamic_geometry(dip disk, const char *attr, char ***list) {
   if (std::strcmp(attr, KZDDL_PROP_GEOMETRY) != 0) return failed;
 
   // Copied under the lock: a refresh by another thread releases the cached record.
-  std::array<char, 3 + sizeof(disk_geom) + 1> value{0x1B, static_cast<char>(KZDDL_GEOMETRY_TYPE),
-                                                    sizeof(disk_geom)};
+  std::array<char, KZDDL_TS_HEADER_SIZE + sizeof(disk_geom) + 1> value{
+      KZDDL_TS_MARKER, static_cast<char>(KZDDL_GEOMETRY_TYPE), sizeof(disk_geom)};
   const int error = use_geometry(disk.path, false, [&value](const disk_geom &cached) {
-    std::memcpy(value.data() + 3, &cached, sizeof cached);
+    std::memcpy(value.data() + KZDDL_TS_HEADER_SIZE, &cached, sizeof cached);
   });
   if (error != 0) return error;
 

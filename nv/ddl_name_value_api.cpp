@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/ascii.h"
+#include "base/log.h"
 #include "base/memory.h"
 #include "kzddl/ddlts.h"
 #include "kzddl/kzmisc_log.h"
@@ -347,28 +348,28 @@ std::int32_t nv_get_value(const char *pair, char ***values) {
 }
 
 void nv_print(char *const *list) {
-  ddlmsg(0x70000, 0, "Printing Name-Value Pair\n");
+  ddlmsg(log::facility, log::output, "Printing Name-Value Pair\n");
   for (int i = 0; list[i] != nullptr; ++i) {
     char *name = nullptr;
     if (nv_get_name(list[i], &name) == 0) {
-      ddlmsg(0x70000, 0, "%s \t: ", name);
+      ddlmsg(log::facility, log::output, "%s \t: ", name);
       nv_free(name);
     } else {
-      ddlmsg(0x70000, 0, "Invalid nv pair for i = %d", i);
+      ddlmsg(log::facility, log::output, "Invalid nv pair for i = %d", i);
     }
     char **values = nullptr;
     const std::int32_t count = nv_get_value(list[i], &values);
     for (std::int32_t v = 0; v < count; ++v) {
       char *text = nullptr;
       if (ts_tostring(values[v], &text) == 0) {
-        ddlmsg(0x70000, 0, " %s", text);
+        ddlmsg(log::facility, log::output, " %s", text);
         std::free(text);
       } else {
         ts_print(values[v]);
       }
-      if (v + 1 < count) ddlmsg(0x70000, 0, ",");
+      if (v + 1 < count) ddlmsg(log::facility, log::output, ",");
     }
     nv_free(values);
-    ddlmsg(0x70000, 0, "\n");
+    ddlmsg(log::facility, log::output, "\n");
   }
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/log.h"
 #include "base/memory.h"
 #include "kzddl/kzmisc_log.h"
 #include "nv/typed_layout.h"
@@ -54,7 +55,7 @@ std::int32_t ts_tostring(const char *s, char **out) {
 std::int32_t ts_build(std::uint32_t type, std::uint32_t len, const void *data, char **out) {
   *out = nullptr;
   if (type > KZDDL_TS_MAX_TYPE) {
-    ddlmsg(0x70000, 0, "ts_build: Invalid type %x\n", type);
+    ddlmsg(log::facility, log::output, "ts_build: Invalid type %x\n", type);
     return -1;
   }
   if (len > KZDDL_TS_MAX_PAYLOAD) return -1;
@@ -72,14 +73,15 @@ std::int32_t ts_build(std::uint32_t type, std::uint32_t len, const void *data, c
 
 void ts_print(const char *s) {
   if (!is_typed(s)) {
-    ddlmsg(0x70000, 0, "%s", s);
+    ddlmsg(log::facility, log::output, "%s", s);
   } else if (type_of(s) > KZDDL_TS_MAX_TYPE) {
-    ddlmsg(0x70000, 0, "ts_print: Invalid type\n");
+    ddlmsg(log::facility, log::output, "ts_print: Invalid type\n");
   } else if (type_of(s) > max_hex_type) {
-    ddlmsg(0x70000, 0, "%d", text_of(s)[0]);
+    ddlmsg(log::facility, log::output, "%d", text_of(s)[0]);
   } else {
     constexpr char digits[] = "0123456789abcdef";
     for (int i = 0; i < payload_length(s); ++i)
-      ddlmsg(0x70000, 0, "%c%c", digits[bytes_of(s)[i] >> 4], digits[bytes_of(s)[i] & 0x0F]);
+      ddlmsg(log::facility, log::output, "%c%c", digits[bytes_of(s)[i] >> 4],
+             digits[bytes_of(s)[i] & 0x0F]);
   }
 }

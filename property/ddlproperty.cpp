@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/check.h"
+#include "base/log.h"
 #include "kzddl/ddlproperty_dynamic.h"
 #include "kzddl/kzmisc_log.h"
 #include "property/store.h"
@@ -185,18 +186,18 @@ std::int32_t width_of(std::int32_t type) {
 }
 
 void print_value(const vnode &value) {
-  ddlmsg(0x70000, 0, "\tval = %s asso = %d \n", text_of(value.value), value.nasso);
+  ddlmsg(log::facility, log::output, "\tval = %s asso = %d \n", text_of(value.value), value.nasso);
   check(count(value.alist) == value.nasso, "asson == vnode->nasso");
   const DescendingArray<asso> links = collect(value.alist, value.nasso);
   for (const asso *link : links.added()) {
-    ddlmsg(0x70000, 0, "\t\tassociate = %s value = %s\n", link->assop->name,
+    ddlmsg(log::facility, log::output, "\t\tassociate = %s value = %s\n", link->assop->name,
            text_of(link->assov->value));
   }
 }
 
 void print_property(pnode &property) {
   const RwGuard lock(property.rwlock(), RwGuard::Mode::read);
-  ddlmsg(0x70000, 0, "prop = %s val = %d\n", property.name, property.nval);
+  ddlmsg(log::facility, log::output, "prop = %s val = %d\n", property.name, property.nval);
   check(count(property.vlist) == property.nval, "valn == pnode->nval");
   const DescendingArray<vnode> values = collect(property.vlist, property.nval);
   for (const vnode *value : values.added())
@@ -327,18 +328,18 @@ std::int32_t destroy_property(const char *name) {
 }
 
 void print_property_list() {
-  ddlmsg(0x70000, 9, "Property List\n");
+  ddlmsg(log::facility, log::failure, "Property List\n");
   {
     const RwGuard generic(generic_lock(), RwGuard::Mode::read);
     const DescendingArray<pnode> properties = collect(plist, count(plist));
     for (pnode *property : properties.added())
       print_property(*property);
   }
-  ddlmsg(0x70000, 0, "End of Property List\n");
+  ddlmsg(log::facility, log::output, "End of Property List\n");
 }
 
 void print_list() {
-  ddlmsg(0x70000, 0, "Property List\n");
+  ddlmsg(log::facility, log::output, "Property List\n");
   plist.print<print_prop>();
-  ddlmsg(0x70000, 0, "End of Property List\n");
+  ddlmsg(log::facility, log::output, "End of Property List\n");
 }

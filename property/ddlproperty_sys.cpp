@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/log.h"
 #include "kzddl/kzmisc_log.h"
 #include "property/guards.h"
 
@@ -19,13 +20,13 @@ pthread_mutex_t ddlproperty_geometry_mutex = PTHREAD_MUTEX_INITIALIZER;
 std::int32_t ddlproperty_lock_initialized = 0;
 
 void ddlproperty_rwlock_failed() {
-  ddlmsg(0x70000, 0, "ddlproperty_rwlock_failed: Unexpected rwlock failure: %s\n",
+  ddlmsg(log::facility, log::output, "ddlproperty_rwlock_failed: Unexpected rwlock failure: %s\n",
          std::strerror(errno));
   std::exit(4);
 }
 
 void ddlproperty_mutex_failed() {
-  ddlmsg(0x70000, 0, "ddlproperty_mutex_failed: Unexpected mutex failure: %s\n",
+  ddlmsg(log::facility, log::output, "ddlproperty_mutex_failed: Unexpected mutex failure: %s\n",
          std::strerror(errno));
   std::exit(4);
 }

@@ -6,7 +6,10 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "base/log.h"
 #include "kzddl/kzmisc_log.h"
+
+using namespace kzddl;
 
 namespace {
 
@@ -59,10 +62,11 @@ Landing descend(const sl_list *list, const void *key, Links *path) {
   return barrier;
 }
 
-/// Draws a level: 0, and one more with every draw below one half. Lists keep a probability
-/// that plays no part in it.
-std::int32_t random_level(std::int32_t max_level, double /*probability*/) {
-  // Two threads that seed at once start the same sequence twice, which does no harm.
+/// Draws a level: 0, and one more with every draw below one half, whatever probability a list
+/// keeps.
+std::int32_t random_level(std::int32_t max_level) {
+  // Threads share the process's generator without a lock. Two that seed at once start the same
+  // sequence twice, two that draw at once may get one number: a level is as good as another.
   static std::atomic<bool> first{true};
   if (first.load(std::memory_order_relaxed)) {
     first.store(false, std::memory_order_relaxed);
@@ -89,11 +93,11 @@ sl_node *make_node(void *element, std::int32_t level) {
 template <class Print>
 void print_levels(const sl_list *list, Print print) {
   if (list == nullptr) {
-    ddlmsg(0x70000, 0, "Nothing in list.\n");
+    ddlmsg(log::facility, log::output, "Nothing in list.\n");
     return;
   }
   for (int level = list->max_level; level >= 0; --level) {
-    ddlmsg(0x70000, 0, "Level %d list\n", level);
+    ddlmsg(log::facility, log::output, "Level %d list\n", level);
     int position = 0;
     for (const sl_node *node = list->forward[level]; node != nullptr; node = node->forward[level])
       print(position++, node->element);
@@ -120,7 +124,7 @@ void *sl_insert(sl_list *list, void *element) {
   const Landing place = descend<Stop::at_match>(list, element, path);
   if (place.matches) return place.node->element;
 
-  const std::int32_t level = random_level(list->max_level, list->probability);
+  const std::int32_t level = random_level(list->max_level);
   sl_node *node = make_node(element, level);
   if (node == nullptr) return nullptr;
   while (list->level < level)
@@ -192,13 +196,13 @@ std::int32_t sl_destroy(sl_list *list) {
 
 void sl_print(const sl_list *list, sl_text_fn text_of) {
   print_levels(list, [text_of](int position, const void *element) {
-    ddlmsg(0x70000, 0, "\tElement = %d Value = %s\n", position, text_of(element));
+    ddlmsg(log::facility, log::output, "\tElement = %d Value = %s\n", position, text_of(element));
   });
 }
 
 void sl_print_int(const sl_list *list) {
   print_levels(list, [](int position, const void *element) {
-    ddlmsg(0x70000, 0, "\tElement = %d Value = %d\n", position,
+    ddlmsg(log::facility, log::output, "\tElement = %d Value = %d\n", position,
            *static_cast<const std::int32_t *>(element));
   });
 }

@@ -35,6 +35,29 @@ void for_each_link_to(const NamedProperty &property, const vnode &value, Visit v
 /// Accepts every link.
 inline constexpr auto every_link = [](const asso &) { return true; };
 
+/// The first link in descending order with a value of `property` that accept(const asso &) takes,
+/// or null.
+template <class Property, class Accept>
+const asso *first_link_to(const Property &property, const vnode &value, Accept accept) {
+  const asso *first = nullptr;
+  for_each_link_to(property, value, [&](const asso &link) {
+    if (accept(link)) first = &link;
+  });
+  return first;
+}
+
+/// Copies the first value of `wanted`, in descending order, that is linked with value `x` of
+/// `property`; false without one.
+inline bool copy_first_linked(const char *property, const TypedString &x, const char *wanted,
+                              TypedString *copy) {
+  const PropertyReader reader(property);
+  const vnode *value = reader.find(x);
+  const asso *link = value != nullptr ? first_link_to(wanted, *value, every_link) : nullptr;
+  if (link == nullptr) return false;
+  copy->copy(link->assov->value);
+  return true;
+}
+
 /// Hands out the values of `property` linked with a value, if chosen(const asso &) accepts the
 /// link: their number, or -1 when memory is short.
 template <class Chosen>

@@ -24,8 +24,8 @@ Line table[lines];
 Line &line_of_this_thread() {
   constexpr std::uint32_t odd_factor = 0x9E37'79B9;
   const auto thread = static_cast<std::uintptr_t>(pthread_self());
-  const auto page = static_cast<std::uint32_t>(thread >> 8);
-  return table[(page * odd_factor) >> 26];
+  const auto without_alignment = static_cast<std::uint32_t>(thread >> 8);
+  return table[(without_alignment * odd_factor) >> 26];
 }
 
 static_assert(lines == std::size_t{1} << (32 - 26));

@@ -94,6 +94,19 @@ TEST_F(LibraryStress, EverythingAtOnce) {
   print_property_list();
 }
 
+TEST_F(LibraryStress, AUnitMayLoseItsNameWhileItsGeometryIsAsked) {
+  run_threads(3, [](std::mt19937 &, unsigned number) {
+    const auto &[disk, multipath_name] = disks[0];
+    disk_geom *geometry = nullptr;
+    if (number != 0) {
+      ddl_get_geometry(disk.c_str(), &geometry, 0);
+    } else {
+      erase("JOX_DEVICE", {multipath_name});
+      relate("DISK", disk, "JOX_DEVICE", multipath_name);
+    }
+  });
+}
+
 TEST(StressDeathTest, ADeadlockWritesEveryStackAndEnds) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto deadlock = [] {
