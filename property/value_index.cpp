@@ -1,6 +1,8 @@
 // The index of a property's values: a chained hash table that doubles as it fills.
 #include "property/value_index.h"
 
+#include <sys/auxv.h>
+
 #include <cstring>
 
 #include "property/store.h"
@@ -12,16 +14,43 @@ namespace {
 constexpr std::uint32_t first_size = 64;
 constexpr std::uint32_t most_without_index = 32;
 
-/// Hash of a payload. It starts from an address that differs from process to process: what a
-/// device reports cannot be chosen to fall into one bucket.
+/// The process's own random numbers, by which no one outside can tell which payloads share a
+/// bucket.
+struct HashKey {
+  std::uint64_t start;
+  std::uint64_t factor;
+};
+
+HashKey read_key() {
+  HashKey key;
+  std::memcpy(&key, reinterpret_cast<const void *>(getauxval(AT_RANDOM)), sizeof key);
+  key.factor |= 1;
+  return key;
+}
+
+const HashKey hash_key = read_key();
+
+/// Both halves of a product, folded into one: each bit depends on all below and above it.
+std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
+#ifdef __SIZEOF_INT128__
+  __extension__ using Product = unsigned __int128;
+  const Product product = Product{a} * b;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+#else
+  // Of the four products of half words two will do.
+  const std::uint64_t inner = (a & 0xFFFF'FFFF) * (b >> 32);
+  const std::uint64_t outer = (a >> 32) * (b & 0xFFFF'FFFF);
+  return inner ^ (outer << 32 | outer >> 32);
+#endif
+}
+
+/// Hash of a payload.
 std::uint32_t hash_of(const char *typed) {
-  constexpr std::uint64_t odd_factor = 0x9E37'79B9'7F4A'7C15;
   const char *text = text_of(typed);
   std::size_t left = payload_length(typed);
-  std::uint64_t hash = reinterpret_cast<std::uintptr_t>(&plist) + left;
+  std::uint64_t hash = hash_key.start + left;
   const auto mix = [&hash](std::uint64_t word) {
-    hash = (hash ^ word) * odd_factor;
-    hash ^= hash >> 32;
+    hash = folded_product(hash ^ word, hash_key.factor);
   };
   std::uint64_t word = 0;
   for (; left >= sizeof word; text += sizeof word, left -= sizeof word) {
@@ -31,7 +60,7 @@ std::uint32_t hash_of(const char *typed) {
   word = 0;
   std::memcpy(&word, text, left);
   mix(word);
-  return static_cast<std::uint32_t>(hash);
+  return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // The property store: what is kept, in which order, and what is left when something fails.
 #include "kzddl/ddlproperty.h"
 
+#include <set>
+
 #include "support/failing_malloc.h"
 #include "support/log_capture.h"
 #include "support/property_test.h"
@@ -180,6 +182,25 @@ TEST_F(Store, WithoutMemoryForAnIndexAPropertyStillHoldsItsValues) {
   EXPECT_EQ(values_of("P"), values);
   EXPECT_EQ(erase("P", {values.begin() + 1, values.end()}), 0);
   EXPECT_EQ(values_of("P"), Strings{values.front()});
+}
+
+TEST_F(Store, PayloadsCannotBeChosenToHashAlike) {
+  // Changes to one word that changes to the next one undo, where a hash only mixes upwards.
+  std::set<std::uint32_t> hashes;
+  for (unsigned choice = 0; choice < 1024; ++choice) {
+    std::string payload(160, 'x');
+    for (unsigned bit = 0; bit < 10; ++bit) {
+      if ((choice >> bit & 1) == 0) continue;
+      for (const unsigned at : {7, 15, 11})  // the top bits of both words, and of a half
+        payload[16 * bit + at] ^= '\x80';
+    }
+    ASSERT_EQ(set("P", {typed(payload)}), 1);
+  }
+  const char **array = nullptr;
+  const int n = get_property_ts("P", &array);
+  for (const char *value : take(n, array))
+    hashes.insert(value_node(value)->hash);
+  EXPECT_GT(hashes.size(), 1000u);
 }
 
 TEST_F(Store, WrongCountersStopTheProcess) {
