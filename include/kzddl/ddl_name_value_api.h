@@ -20,9 +20,9 @@
 #ifndef KZDDL_DDL_NAME_VALUE_API_H
 #define KZDDL_DDL_NAME_VALUE_API_H
 
-#include <stdint.h>
-
 #include "kzddl/api.h"
+
+#include <stdint.h>
 
 KZDDL_BEGIN_DECLS
 

@@ -19,6 +19,8 @@ KZDDL_BEGIN_DECLS
  * Links value `x` of property `p` with value `y` of property `q`. An existing link stays as it
  * is. Stops the process when memory is short.
  *
+ * @param p, x  one property and its value
+ * @param q, y  the other
  * @return 0; -1 when the database, a property or a value does not exist, or when `p` and `q`
  *         name one property
  */
@@ -29,6 +31,8 @@ KZDDL_API int32_t set_asso(const char *p, const char *x, const char *q, const ch
 /**
  * Removes the link between value `x` of property `p` and value `y` of property `q`.
  *
+ * @param p, x  one property and its value
+ * @param q, y  the other
  * @return 0, also without a database, without a link, or without the value whose property is
  *         named higher (by `strcmp` of `p` and `q`); -1 when either property or the other value
  *         does not exist, or when `p` and `q` name one property

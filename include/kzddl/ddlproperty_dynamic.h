@@ -58,7 +58,9 @@ typedef struct dip {
  * Entry point of an array support library: answers for one attribute of a disk.
  *
  * It is called on the thread that looks something up, with no lock held but the handler's
- * mutex. Both records live until it returns.
+ * mutex. Both records live until it returns. It may use the database, but a look-up from
+ * KZDDL_PROP_DISK that asks for what it answers itself would call it again, without end; with the
+ * mutex held, so would anything that its library answers wait for itself.
  *
  * @param disk  the disk
  * @param attr  name of the attribute

@@ -6,6 +6,9 @@
  * library's mutex, with no other lock held; the generic lock; property locks, two of them in
  * `strcmp` order of their names; last the version or the geometry mutex, never both.
  *
+ * A thread that holds one of them calls nothing that takes it: with the generic lock held for
+ * writing, any function of the database ends the process.
+ *
  * Every wrapper returns the result of the POSIX call it makes: 0, or a positive error
  * number. A negative result is logged and ends the process with exit status 4.
  */

@@ -77,6 +77,8 @@ KZDDL_API sl_list *sl_create(int32_t levels, float probability, sl_compare_fn co
 /**
  * Adds `element`, which is its own key, unless the list holds a match.
  *
+ * @param list     the list
+ * @param element  the element, which the list does not own
  * @return `element`; the element already stored when there is one, with nothing changed; null
  *         for a null list or when memory is short, with nothing changed
  */
@@ -104,6 +106,10 @@ KZDDL_API void sl_walk(const sl_list *list, const void *key, sl_walk_fn fn, void
  * Calls `fn` for the run of elements that match `key`, in ascending order, until it returns
  * nonzero. Finds the run as a search does and stops behind it.
  *
+ * @param list        the list
+ * @param key         what the elements are compared with
+ * @param fn          gets the key, an element and both arguments
+ * @param arg1, arg2  for `fn` alone
  * @return 0 when no element matches or for a null list; the nonzero result of `fn`; else 1
  */
 KZDDL_API int32_t sl_search_and_walk(const sl_list *list, const void *key, sl_walk_fn fn,

@@ -36,8 +36,12 @@ KZDDL_BEGIN_DECLS
 /** Length of `s` in bytes without its terminator: 3 + L, or that of the plain text. */
 KZDDL_API uint32_t ts_len(const char *s);
 
-/** Copies `src` with its terminator to `dst`, which holds ts_len(src) + 1 bytes and may overlap
- *  a typed `src`. */
+/**
+ * Copies a string with its terminator.
+ *
+ * @param dst  room for ts_len(src) + 1 bytes, which may overlap a typed `src`
+ * @param src  plain text or a typed string
+ */
 KZDDL_API void ts_copy(char *dst, const char *src);
 
 /**

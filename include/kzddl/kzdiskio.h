@@ -47,6 +47,7 @@ KZDDL_API int do_diskio_32(const char *node, unsigned lba, unsigned nblocks, uns
 /**
  * Asks with MODE SENSE whether another initiator holds a reservation.
  *
+ * @param path  the device
  * @return KZDDL_DISKIO_CONFLICT when one does; -1 when MODE SENSE failed otherwise (some targets
  *         refuse page 0 and so give -1 unreserved); else 0
  */

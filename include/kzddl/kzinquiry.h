@@ -23,7 +23,8 @@ KZDDL_BEGIN_DECLS
  * @param page    VPD page code
  * @param oflags  open flags for the device
  * @param len     receives the data's length in bytes: additional length + 5 for standard
- *                data, low byte of the page length + 4 for a VPD page, at most 255
+ *                data, low byte of the page length + 4 for a VPD page, at most 255; after a
+ *                failure it may have been written and means nothing
  * @param buf     receives a buffer of 255 bytes (cached data: of `*len` bytes) that the
  *                caller releases with `free`; untouched on failure
  * @return 0; `errno` of a failed open or request; the negated status, or -19 without a

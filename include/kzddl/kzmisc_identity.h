@@ -65,6 +65,7 @@ KZDDL_API int32_t get_cabinet_id(odh *path, char *serial);
 /**
  * Finds the device number of a node.
  *
+ * @param path  the node's name
  * @return `st_rdev`; all ones (64-bit), with a message on standard output, when the node
  *         cannot be examined
  */

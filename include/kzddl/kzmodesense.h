@@ -32,8 +32,9 @@ KZDDL_API int do_mode_sense_raw(odh *path, int dbd, int pc, int page, int *len,
  *
  * @param path, dbd, pc  as do_mode_sense_raw()
  * @param page           page code
- * @param page_len       receives the length of the pages in bytes
- * @param page_buf       receives a buffer that the caller releases with `free`
+ * @param page_len       receives the length of the pages in bytes; untouched on failure
+ * @param page_buf       receives a buffer that the caller releases with `free`; untouched on
+ *                       failure
  * @param rsvn_conflict  receives 1 when the device answered RESERVATION CONFLICT, else 0 (on
  *                       IA-64 always 0)
  * @return also 12 when the answer is shorter than its header and descriptors
@@ -57,7 +58,8 @@ KZDDL_API int generic_mode_sense_old(odh *path, int dbd, int pc, int page, int *
  * @param page     page code
  * @param subpage  subpage code
  * @param len      receives the answer's length; 255 when the command fails
- * @param buf      receives a buffer of 255 bytes that the caller releases with `free`
+ * @param buf      receives a buffer of 255 bytes that the caller releases with `free`; untouched
+ *                 on failure
  */
 KZDDL_API int do_mode_sense_raw1(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int page,
                                  int subpage, int *len, unsigned char **buf);
@@ -71,8 +73,8 @@ KZDDL_API int do_mode_sense_raw1_old(unsigned dev_lo, unsigned dev_hi, int dbd, 
  *
  * @param answer    the answer
  * @param len       its length in bytes
- * @param page_buf  receives a buffer that the caller releases with `free`
- * @param page_len  receives its length, which may be 0
+ * @param page_buf  receives a buffer that the caller releases with `free`; untouched on failure
+ * @param page_len  receives its length, which may be 0; untouched on failure
  * @return 0; 12 when memory or the answer is short
  */
 KZDDL_API int get_mode_page_info(const unsigned char *answer, int len, unsigned char **page_buf,
@@ -85,6 +87,8 @@ KZDDL_API void dump_mode_sense_data(const unsigned char *data, int len);
  * Prints header, block descriptors and mode pages of a MODE SENSE answer on standard output.
  * Nothing past `len` bytes is read, whatever the answer says of itself.
  *
+ * @param data  the answer
+ * @param len   its length in bytes
  * @return the offset behind what was printed; without pages that of the first page
  */
 KZDDL_API int decode_mode_sense_data(const unsigned char *data, int len);

@@ -38,7 +38,7 @@ typedef struct pgr_out_param {
 /** What PERSISTENT RESERVE IN returns: a block of `length` + 12 bytes. */
 typedef struct pgr_in_data {
   uint32_t generation;   /**< PRGENERATION, in host byte order */
-  uint32_t length;       /**< bytes of data: the reply's ADDITIONAL LENGTH, at most 65523 */
+  uint32_t length;       /**< bytes of data: the first pass's ADDITIONAL LENGTH, at most 65523 */
   unsigned char data[4]; /**< the first of them: keys or reservation descriptors as sent */
 } pgr_in_data;
 
@@ -62,7 +62,9 @@ KZDDL_API uint32_t do_pgr_out_32(const char *node, unsigned service_action, unsi
                                  unsigned type, pgr_out_param *param);
 
 /**
- * Reads keys or reservations, in two passes: the first asks how much there is.
+ * Reads keys or reservations, in two passes: the first asks how much there is. Where the reply
+ * has become shorter between the passes, zeros stand at its end. A kernel carries no reply of
+ * more than 4096 bytes this way: with more than 510 keys the result is PGR_ERROR.
  *
  * @param path            the device; its node is opened read-only, non-blocking
  * @param service_action  low byte: READ KEYS 0, READ RESERVATION 1

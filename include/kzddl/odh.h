@@ -8,6 +8,8 @@
 #ifndef KZDDL_ODH_H
 #define KZDDL_ODH_H
 
+#include "kzddl/api.h"
+
 #include <stdint.h>
 
 /** A device path. The caller fills it; no command changes it. */
