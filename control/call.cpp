@@ -114,7 +114,6 @@ class Reader {
     const std::size_t header_at = cursor_.take(record.arg, sizeof(Header));
     if (!cursor_.complete()) return cursor_.more();
     const auto header = cursor_.template at<Header>(header_at);
-    if (const auto refusal = refused(header)) return *refusal;
     Command command = with_cdb(header_at, header);
     name_device(command, record);
     return with_data(command, header, header.dxferp, record.arg);

@@ -12,10 +12,11 @@
 #include <span>
 #include <variant>
 
+#include "base/driver.h"
+
 namespace control {
 
-/// The driver's own request: its argument is an indirect record.
-inline constexpr unsigned indirect_request = 0x4A4F5825;
+using kzddl::indirect_request;
 
 /// More than the kernel carries in one request.
 inline constexpr std::uint64_t max_transfer = 1024 * 1024;

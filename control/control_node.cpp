@@ -12,13 +12,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <new>
 #include <span>
 #include <stdexcept>
 #include <string>
 
 #include "base/descriptor.h"
+#include "base/driver.h"
 #include "control/call.h"
 #include "control/perform.h"
 #include "control/workers.h"
@@ -26,7 +26,7 @@
 namespace control {
 namespace {
 
-constexpr char node_path[] = "/dev/kz/joxconfig";
+using kzddl::control_node;
 
 /// The ranges as the kernel's interface takes them.
 class Iovecs {
@@ -98,7 +98,7 @@ class ControlNode::Service {
     cuse_lowlevel_ops operations{};
     operations.init_done = [](void *service) {
       // Who may open the node may send any command to any SCSI device of the host.
-      chmod(node_path, S_IRUSR | S_IWUSR);
+      chmod(control_node, S_IRUSR | S_IWUSR);
       static_cast<Service *>(service)->made_ = true;
     };
     operations.open = [](fuse_req_t request, fuse_file_info *file) {
@@ -121,13 +121,15 @@ class ControlNode::Service {
   }
 
   void make_node() {
-    if (access(node_path, F_OK) == 0) {
-      throw std::runtime_error(std::string(node_path) +
+    if (access(control_node, F_OK) == 0) {
+      throw std::runtime_error(std::string(control_node) +
                                ": there already; does the multipath driver, or another service, "
                                "serve this host?");
     }
     const cuse_lowlevel_ops operations = callbacks();
-    const char *device_info[] = {"DEVNAME=kz/joxconfig"};
+    const std::string node_under_dev = control_node + std::strlen("/dev/");
+    const std::string device_name = "DEVNAME=" + node_under_dev;
+    const char *device_info[] = {device_name.c_str()};
     const cuse_info info{.dev_major = 0,
                          .dev_minor = 0,
                          .dev_info_argc = 1,
@@ -139,13 +141,13 @@ class ControlNode::Service {
     int multithreaded = 0;
     session_.reset(cuse_lowlevel_setup(2, arguments, &info, &operations, &multithreaded, this));
     if (session_ == nullptr) {
-      throw std::runtime_error(std::string(node_path) +
+      throw std::runtime_error(std::string(control_node) +
                                " cannot be made (is the module cuse loaded, and /dev/cuse open to "
                                "this user?)");
     }
     // The kernel's first request makes the node.
     while (!made_)
-      if (!serve()) throw std::runtime_error(std::string(node_path) + ": the kernel refused it");
+      if (!serve()) throw std::runtime_error(std::string(control_node) + ": the kernel refused it");
     fcntl(kernel_fd(), F_SETFL, fcntl(kernel_fd(), F_GETFL) | O_NONBLOCK);
   }
 

@@ -2,6 +2,7 @@
 
 #include <libudev.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 #include <tuple>
@@ -67,10 +68,20 @@ std::vector<HostDisk> HostDisks::list() const {
 
 int HostDisks::news_fd() const { return udev_monitor_get_fd(monitor_.get()); }
 
-std::set<std::string> HostDisks::news() {
+std::optional<std::set<std::string>> HostDisks::news() {
   std::set<std::string> places;
-  while (const DeviceOwner device{udev_monitor_receive_device(monitor_.get())})
-    places.insert(udev_device_get_syspath(device.get()));
+  bool lost = false;
+  while (true) {
+    errno = 0;
+    const DeviceOwner device(udev_monitor_receive_device(monitor_.get()));
+    lost = lost || errno == ENOBUFS;
+    if (device != nullptr) {
+      places.insert(udev_device_get_syspath(device.get()));
+    } else if (errno != ENOBUFS) {
+      break;
+    }
+  }
+  if (lost) return std::nullopt;
   return places;
 }
 

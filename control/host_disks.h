@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,8 +29,9 @@ class HostDisks {
   /// Becomes readable when there is news.
   int news_fd() const;
 
-  /// Takes the news; the places of the devices that they are about.
-  std::set<std::string> news();
+  /// Takes the news; the places of the devices that they are about. Nothing when some were lost,
+  /// as more came than were taken: any device may then have changed.
+  std::optional<std::set<std::string>> news();
 
  private:
   struct Release {

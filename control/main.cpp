@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <optional>
+#include <stdexcept>
 
 #include "base/descriptor.h"
 #include "control/control_node.h"
@@ -31,7 +32,9 @@ int end_signals() {
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGHUP);  // libfuse would end the session on it
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return signalfd(-1, &signals, SFD_CLOEXEC);
+  const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
+  if (fd < 0) throw std::runtime_error("no descriptor for signals");
+  return fd;
 }
 
 /// Serves until a signal says to end and the requests in flight are done, or a second one comes.

@@ -26,7 +26,7 @@ constexpr std::uint8_t port_groups = 0x30;
 tool::AccessPath access_of(const HostDisk &disk, const std::vector<std::uint8_t> &page83) {
   try {
     tool::Device device(disk.block);
-    return tool::access_path(device, page83).value_or(tool::AccessPath{});
+    return tool::access_path(device, tool::own_port(page83)).value_or(tool::AccessPath{});
   } catch (const tool::Error &error) {
     message("{}", error.what());
     return {};
@@ -61,8 +61,12 @@ void Naming::follow() {
     const bool quiet = news.revents == 0;
     // What has changed, or gone, is asked anew.
     if (!quiet) {
-      for (const std::string &place : disks_.news())
-        known_.erase(place);
+      if (const auto places = disks_.news()) {
+        for (const std::string &place : *places)
+          known_.erase(place);
+      } else {
+        known_.clear();
+      }
       if (!stale) deadline = now + longest_wait;
       stale = true;
     }

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/descriptor.h"
+#include "base/driver.h"
 #include "control/host_disks.h"
 #include "control/link_directory.h"
 #include "control/unit_names.h"
@@ -42,8 +43,8 @@ class Naming {
 
   HostDisks disks_;
   std::map<std::string, Known> known_;  ///< by place
-  LinkDirectory block_{"/dev/kz/jox"};
-  LinkDirectory raw_{"/dev/kz/rjox"};
+  LinkDirectory block_{kzddl::block_directory};
+  LinkDirectory raw_{kzddl::raw_directory};
   kzddl::Descriptor stop_;
   std::atomic<bool> stopping_ = false;
   std::thread follower_;

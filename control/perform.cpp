@@ -49,10 +49,13 @@ Job::Job(const Command &command, std::span<const std::byte> bytes)
     : command_(command), bytes_(bytes.begin(), bytes.end()) {}
 
 void Job::perform() {
-  const kzddl::Descriptor device(open_device(command_.device, command_.open_flags));
-  if (!device) {
-    result_ = device.get();
-  } else if (command_.request == SCSI_IOCTL_SEND_COMMAND) {
+  const int fd = open_device(command_.device, command_.open_flags);
+  if (fd < 0) {
+    result_ = fd;
+    return;
+  }
+  const kzddl::Descriptor device(fd);
+  if (command_.request == SCSI_IOCTL_SEND_COMMAND) {
     perform_legacy(device.get());
   } else if (command_.from_32_bit) {
     perform_sg_io<Pointer32>(device.get());

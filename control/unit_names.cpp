@@ -7,7 +7,7 @@ namespace {
 
 bool stands_for_itself(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-         (c != '\0' && std::string_view(".-+:@").find(c) != std::string_view::npos);
+         std::string_view(".-+:@").find(c) != std::string_view::npos;
 }
 
 }  // namespace
