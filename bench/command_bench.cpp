@@ -12,6 +12,7 @@
 #include <cstring>
 #include <span>
 
+#include "base/driver.h"
 #include "bench/compare.h"
 #include "bench/instant_platform.h"
 #include "kzddl/kzddl.h"
@@ -42,7 +43,7 @@ struct Record {
 };
 
 int open_node(bool is_direct, int flags) {
-  return is_direct ? open(bench::instant_node, flags) : open(bench::control_node, O_RDWR);
+  return is_direct ? open(bench::instant_node, flags) : open(kzddl::control_node, O_RDWR);
 }
 
 /// Reads `size` bytes by SG_IO; the caller frees them.
@@ -90,8 +91,8 @@ void *read_keys_by_hand(bool is_direct) {
     reply[15] = static_cast<unsigned char>(size >> 8);
     reply[16] = static_cast<unsigned char>(size);
     Record record{0x800, 0, SCSI_IOCTL_SEND_COMMAND, O_NONBLOCK, reply};
-    const int result =
-        is_direct ? ioctl(node, SCSI_IOCTL_SEND_COMMAND, reply) : ioctl(node, 0x4A4F5825, &record);
+    const int result = is_direct ? ioctl(node, SCSI_IOCTL_SEND_COMMAND, reply)
+                                 : ioctl(node, kzddl::indirect_request, &record);
     if (pass == 1 || !is_direct) close(node);
     if (result != 0) break;
     std::memcpy(&length, reply + 12, sizeof length);

@@ -49,7 +49,7 @@ const Names &names() {
   return made;
 }
 
-/// Lists for thousands of values, as the tool makes them too.
+/// Lists for thousands of values, each associated with some.
 ddl_prop_table *large_lists() {
   static ddl_prop_table table = {[](const char *) { return std::int32_t{0}; },
                                  [](std::int32_t) { return std::int32_t{20}; },
@@ -271,7 +271,7 @@ void bench::register_database(std::vector<Comparison> &comparisons, std::vector<
   add("build/sqlite", build_sql);
   comparisons.push_back({"build 10,000 disks: times as fast as SQLite", "build/kzddl",
                          "build/sqlite", 5.0, Comparison::Sense::at_least});
-  comparisons.push_back({"look up 80,000 attributes: as fast as SQLite", "look_up/kzddl",
+  comparisons.push_back({"look up 80,000 attributes: times as fast as SQLite", "look_up/kzddl",
                          "look_up/sqlite", 10.0, Comparison::Sense::at_least});
   comparisons.push_back({"look up from 2 threads: throughput of 1", "look_up/kzddl_2_threads",
                          "look_up/kzddl", 1.7, Comparison::Sense::at_least});

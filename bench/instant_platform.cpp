@@ -8,6 +8,8 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "base/driver.h"
+
 namespace {
 
 constexpr int instant_descriptor = 1 << 24;
@@ -19,7 +21,7 @@ int instant_call(int result) {
 }
 
 bool is_instant(const char *name) {
-  return std::strcmp(name, bench::instant_node) == 0 || std::strcmp(name, bench::control_node) == 0;
+  return std::strcmp(name, bench::instant_node) == 0 || std::strcmp(name, kzddl::control_node) == 0;
 }
 
 }  // namespace

@@ -5,6 +5,5 @@
 namespace bench {
 
 inline constexpr char instant_node[] = "/instant/disk";
-inline constexpr char control_node[] = "/dev/kz/joxconfig";
 
 }  // namespace bench

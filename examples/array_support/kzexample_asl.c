@@ -34,7 +34,7 @@ static int32_t power_state(char **pair) {
   int32_t result = -1;
   if (ts_build(KZDDL_TS_TEXT, 8, "PSU 0 ok", &supplies[0]) == 0 &&
       ts_build(KZDDL_TS_TEXT, 12, "PSU 1 absent", &supplies[1]) == 0) {
-    result = nv_set_mult_value(pair, "POWER_STATE", supplies[0], supplies[1], NULL);
+    result = nv_set_mult_value(pair, "POWER_STATE", supplies[0], supplies[1], (char *)NULL);
   }
   free(supplies[0]);
   free(supplies[1]);

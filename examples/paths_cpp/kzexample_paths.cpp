@@ -96,8 +96,9 @@ std::string group(Path &path) {
   const int number = static_cast<int>(group);
   std::string text = "group " + std::to_string(group);
   const int state = get_owner_state(reply.data.get(), number);
-  text += state >= 0 && state < 4 ? state_names[state] : " in another state";
-  if (get_pref_state(reply.data.get(), number) != 0) text += ", preferred";
+  if (state < 0) return text + ", which the target does not list";
+  text += state < 4 ? state_names[state] : " in another state";
+  if (get_pref_state(reply.data.get(), number) > 0) text += ", preferred";
   return text;
 }
 
