@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <optional>
 #include <stdexcept>
 
@@ -37,16 +39,31 @@ int end_signals() {
   return fd;
 }
 
+void tell_ready() {
+  sd_notify(0, "READY=1");
+  std::fputs("kzcontrold: serves /dev/kz/joxconfig\n", stderr);
+}
+
 /// Serves until a signal says to end and the requests in flight are done, or a second one comes.
-void serve(ControlNode &node, int signals) {
+/// Tells that it is ready when `named` is readable; a disk that does not answer holds that up for
+/// some seconds only.
+void serve(ControlNode &node, int signals, int named_fd) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point latest = Clock::now() + std::chrono::seconds(10);
   bool ending = false;
   pollfd events[] = {{.fd = node.kernel_fd(), .events = POLLIN},
                      {.fd = signals, .events = POLLIN},
-                     {.fd = node.drained_fd(), .events = POLLIN}};
-  auto &[kernel, signal, drained] = events;
+                     {.fd = node.drained_fd(), .events = POLLIN},
+                     {.fd = named_fd, .events = POLLIN}};
+  auto &[kernel, signal, drained, named] = events;
   while (true) {
-    if (poll(events, std::size(events), -1) < 0) continue;
+    constexpr int often_ms = 100;
+    if (poll(events, std::size(events), named.fd >= 0 ? often_ms : -1) < 0) continue;
     if (drained.revents != 0) return;
+    if (named.fd >= 0 && (named.revents != 0 || Clock::now() > latest)) {
+      tell_ready();
+      named.fd = -1;
+    }
     if (signal.revents != 0) {
       signalfd_siginfo info;
       [[maybe_unused]] const ssize_t size = read(signals, &info, sizeof info);
@@ -70,9 +87,8 @@ void run(const Options &options) {
   ControlNode node(options.max_requests);
   std::optional<Naming> naming;
   if (!options.no_names) naming.emplace();
-  sd_notify(0, "READY=1");
-  message("serves /dev/kz/joxconfig");
-  serve(node, signals.get());
+  if (!naming) tell_ready();
+  serve(node, signals.get(), naming ? naming->named_fd() : -1);
 }
 
 }  // namespace

@@ -4,15 +4,19 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace control {
 
+/// A line that reports what goes wrong.
 template <class... Arguments>
 void message(fmt::format_string<Arguments...> format, Arguments &&...arguments) {
-  // In one piece: threads may speak at the same time.
-  const std::string line =
-      "kzcontrold: " + fmt::format(format, std::forward<Arguments>(arguments)...) + "\n";
+  // Written in one piece: threads may speak at the same time. The journal takes the number for
+  // the line's priority: a warning.
+  static const bool to_journal = std::getenv("JOURNAL_STREAM") != nullptr;
+  const std::string line = std::string(to_journal ? "<4>" : "") + "kzcontrold: " +
+                           fmt::format(format, std::forward<Arguments>(arguments)...) + "\n";
   std::fputs(line.c_str(), stderr);
 }
 

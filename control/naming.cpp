@@ -35,8 +35,8 @@ tool::AccessPath access_of(const HostDisk &disk, const std::vector<std::uint8_t>
 
 }  // namespace
 
-Naming::Naming() : stop_(eventfd(0, EFD_CLOEXEC)) {
-  if (!stop_) throw std::runtime_error("no event descriptor");
+Naming::Naming() : named_(eventfd(0, EFD_CLOEXEC)), stop_(eventfd(0, EFD_CLOEXEC)) {
+  if (!named_ || !stop_) throw std::runtime_error("no event descriptor");
   follower_ = std::thread([this] { follow(); });
 }
 
@@ -52,6 +52,7 @@ void Naming::follow() {
                      {.fd = stop_.get(), .events = POLLIN}};
   auto &[news, stop] = events;
   update();
+  eventfd_write(named_.get(), 1);
   bool stale = false;
   Clock::time_point deadline{};  // of the next scan
   while (true) {

@@ -28,6 +28,9 @@ class Naming {
   /// Removes the names, once the device that is being asked has answered.
   ~Naming();
 
+  /// Becomes readable when what was there at first has its names.
+  int named_fd() const { return named_.get(); }
+
  private:
   /// What a disk says of itself, asked once.
   struct Known {
@@ -45,6 +48,7 @@ class Naming {
   std::map<std::string, Known> known_;  ///< by place
   LinkDirectory block_{kzddl::block_directory};
   LinkDirectory raw_{kzddl::raw_directory};
+  kzddl::Descriptor named_;
   kzddl::Descriptor stop_;
   std::atomic<bool> stopping_ = false;
   std::thread follower_;
