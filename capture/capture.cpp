@@ -19,11 +19,14 @@ int digit(char c) {
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 /// A file of text is hexadecimal by intent, even where it is mistaken; a raw reply holds
-/// control characters.
+/// control characters. A comment may be in any language.
 bool is_text(std::string_view content) {
+  bool in_comment = false;
   for (const char c : content) {
-    const bool printable = c >= 0x20 && c <= 0x7E;
-    if (!printable && !is_blank(c)) return false;
+    if (c == '#' || c == '\n') in_comment = c == '#';
+    const bool is_ascii = static_cast<unsigned char>(c) < 0x80;
+    const bool is_control = c < 0x20 || c == 0x7F;
+    if (is_ascii ? is_control && !is_blank(c) : !in_comment) return false;
   }
   return true;
 }
@@ -32,9 +35,19 @@ std::string read_all(const std::string &path) {
   if (path == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Error(path + ": " + std::strerror(errno));
-  std::string content{std::istreambuf_iterator<char>(file), {}};
-  if (file.bad()) throw Error(path + ": " + std::strerror(errno));
-  return content;
+  try {
+    return {std::istreambuf_iterator<char>(file), {}};
+  } catch (const std::ios_base::failure &error) {
+    throw Error(path + ": " + error.code().message());
+  }
+}
+
+Bytes parse_file(const std::string &path, const std::string &content) {
+  try {
+    return parse_hex(content);
+  } catch (const Error &error) {
+    throw Error(path + ": " + error.what());
+  }
 }
 
 }  // namespace
@@ -68,14 +81,17 @@ Bytes parse_hex(std::string_view text) {
   return bytes;
 }
 
+Bytes load_raw(const std::string &path) {
+  const std::string content = read_all(path);
+  return {content.begin(), content.end()};
+}
+
+Bytes load_hex(const std::string &path) { return parse_file(path, read_all(path)); }
+
 Bytes load(const std::string &path) {
   const std::string content = read_all(path);
-  if (!is_text(content)) return {content.begin(), content.end()};
-  try {
-    return parse_hex(content);
-  } catch (const Error &error) {
-    throw Error(path + ": " + error.what());
-  }
+  if (is_text(content)) return parse_file(path, content);
+  return {content.begin(), content.end()};
 }
 
 }  // namespace capture

@@ -21,8 +21,14 @@ class Error : public std::runtime_error {
 /// end. Throws Error with the line and column of the mistake.
 Bytes parse_hex(std::string_view text);
 
-/// The bytes of a file ("-" is standard input): hexadecimal when it holds nothing but digits,
-/// blanks and comments, raw otherwise. Throws Error that names the file.
+// The bytes of a file; "-" is standard input. All three throw Error that names the file.
+
+/// Those that it holds.
+Bytes load_raw(const std::string &path);
+/// Those that its hexadecimal digits tell.
+Bytes load_hex(const std::string &path);
+/// Hexadecimal when it holds no control characters, else raw: a text that is no hexadecimal is an
+/// error.
 Bytes load(const std::string &path);
 
 }  // namespace capture

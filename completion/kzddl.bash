@@ -27,7 +27,7 @@ _kzddl_values() {  # SUBCOMMAND OPTION
 # The words of a subcommand that are no options.
 _kzddl_words() {  # SUBCOMMAND
   case $1 in
-    decode) echo inquiry vpd00 vpd80 vpd83 groups capacity modes copy-limits ;;
+    decode) echo inquiry vpd00 vpd80 vpd83 vpdb0 vpdb1 vpdb2 groups capacity modes copy-limits ;;
     descriptor) echo port-name port-id identification ;;
     reservations) echo register reserve release clear preempt ;;
   esac
@@ -68,7 +68,7 @@ _kzddl() {
   local options
   options=$(_kzddl_options "$tool"; _kzddl_options "$tool" ${subcommand:+"$subcommand"})
   case $subcommand:$option in
-    *:--sim | send:--out | read:--out | write:--in | attribute:--library)
+    *:--sim | send:--out | send:--out-hex | read:--out | write:--in | attribute:--library)
       _kzddl_files "$word"
       return
       ;;
@@ -90,8 +90,19 @@ _kzddl() {
   elif [ -z "$subcommand" ]; then
     mapfile -t COMPREPLY < <(compgen -W "$subcommands" -- "$word")
   else
-    mapfile -t COMPREPLY < <(compgen -W "$(_kzddl_words "$subcommand")" -- "$word")
-    [ ${#COMPREPLY[@]} -eq 0 ] && [ "$subcommand" = decode ] && _kzddl_files "$word"
+    local words
+    words=$(_kzddl_words "$subcommand")
+    case $subcommand in
+      decode | descriptor | reservations)
+        # One of these words is enough; then decode takes a file.
+        for i in "${before[@]}"; do
+          [[ $i != /* && $'\n'${words// /$'\n'}$'\n' = *$'\n'"$i"$'\n'* ]] || continue
+          [ "$subcommand" = decode ] && _kzddl_files "$word"
+          return 0
+        done
+        ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
   fi
   return 0
 }

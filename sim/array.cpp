@@ -66,9 +66,13 @@ void keep(UnitSpec &unit, const std::filesystem::path &store) {
     std::ranges::replace(name, '/', '-');
     path.device->keep_in(store, name);
   }
-  if (unit.paths.empty()) return;
-  const std::vector<TargetPortGroup> groups = unit.paths.front().device->target_port_groups();
-  if (!groups.empty()) unit.best_path = best_path(unit.paths, groups);
+  // Captured replies know no groups; any other path of the unit does, if the unit has some.
+  for (const PathSpec &path : unit.paths) {
+    const std::vector<TargetPortGroup> groups = path.device->target_port_groups();
+    if (groups.empty()) continue;
+    unit.best_path = best_path(unit.paths, groups);
+    return;
+  }
 }
 
 /// Puts a hostile device before each, with a seed of its own.
@@ -99,6 +103,11 @@ Bytes demo_identifier(unsigned unit) {
   kzddl::store_be64(naa.data(), 0x6024B5A000000001);
   kzddl::store_be64(naa.data() + 8, unit);
   return naa;
+}
+
+/// Two adapters of the host: each reaches one port of each controller.
+std::string demo_address(unsigned port, unsigned unit) {
+  return std::to_string(port % 2) + ":0:" + std::to_string(port / 2) + ":" + std::to_string(unit);
 }
 
 }  // namespace
@@ -133,21 +142,31 @@ void install(Host &host, std::vector<UnitSpec> units, const std::string &machine
   for (UnitSpec &unit : units) {
     if (!spec.store.empty()) keep(unit, spec.store);
   }
-  unsigned multipath_minor = 0;
   for (const UnitSpec &unit : units) {
     for (const PathSpec &path : unit.paths) {
-      host.add({path.node, path.number, path.kind, path.device, path.port, path.initiator});
+      host.add({path.node, path.number, path.kind, path.device, path.port, path.initiator,
+                path.address});
     }
+  }
+  for (const Node &node : multipath_nodes(units))
+    host.add(node);
+}
+
+std::vector<Node> multipath_nodes(const std::vector<UnitSpec> &units) {
+  std::vector<Node> nodes;
+  unsigned number = 0;
+  for (const UnitSpec &unit : units) {
     if (unit.multipath.empty() || unit.paths.empty()) continue;
     const PathSpec &best = unit.paths.at(unit.best_path);
-    host.add({std::string(block_directory) + "/" + unit.multipath,
-              makedev(multipath_block_major, multipath_minor), NodeKind::block, best.device,
-              best.port, best.initiator});
-    host.add({std::string(raw_directory) + "/" + unit.multipath,
-              makedev(multipath_raw_major, multipath_minor), NodeKind::character, best.device,
-              best.port, best.initiator});
-    ++multipath_minor;
+    nodes.push_back({std::string(block_directory) + "/" + unit.multipath,
+                     makedev(multipath_block_major, number), NodeKind::block, best.device,
+                     best.port, best.initiator});
+    nodes.push_back({std::string(raw_directory) + "/" + unit.multipath,
+                     makedev(multipath_raw_major, number), NodeKind::character, best.device,
+                     best.port, best.initiator});
+    ++number;
   }
+  return nodes;
 }
 
 std::size_t best_path(const std::vector<PathSpec> &paths,
@@ -193,7 +212,8 @@ std::vector<UnitSpec> demo_array() {
       const unsigned index = port * unit_count + unit;
       spec.paths.push_back({.node = std::string("/dev/sd") + static_cast<char>('a' + index),
                             .number = makedev(sd_major, sd_minors * index),
-                            .port = {.relative_id = group.ports.back(), .group = group.id}});
+                            .port = {.relative_id = group.ports.back(), .group = group.id},
+                            .address = demo_address(port, unit)});
     }
     spec.best_path = best_path(spec.paths, disk.groups);
     const auto device = std::make_shared<Disk>(std::move(disk));

@@ -21,6 +21,7 @@ struct PathSpec {
   Port port{};
   std::shared_ptr<Device> device;
   std::string initiator{};  ///< the host's own when empty
+  std::string address{};    ///< "0:0:1:3"; none when empty
 };
 
 /// A logical unit: its paths, and the name of its multipath nodes (none when empty).
@@ -43,6 +44,9 @@ struct HostSpec {
 /// The first path whose group is in the best access state; of such groups the preferred one.
 std::size_t best_path(const std::vector<PathSpec> &paths,
                       const std::vector<TargetPortGroup> &groups);
+
+/// The multipath driver's nodes: a block and a raw one for each unit that has a name for them.
+std::vector<Node> multipath_nodes(const std::vector<UnitSpec> &units);
 
 /// Puts the units into `host`, with the control node, multipath nodes and platform files that a
 /// host with the multipath driver has. Throws StateError when a unit's state cannot be kept.

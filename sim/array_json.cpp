@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
+#include <optional>
+#include <regex>
 #include <set>
 
 #include "capture/capture.h"
@@ -14,8 +14,10 @@
 #include "sim/disk.h"
 #include "sim/disk_json.h"
 #include "sim/hostile.h"
+#include "sim/json_file.h"
 #include "sim/json_value.h"
 #include "sim/replay.h"
+#include "sim/state_file.h"
 
 namespace sim {
 namespace {
@@ -46,16 +48,32 @@ std::shared_ptr<Device> read_replay(const Value &value, const std::filesystem::p
   }
 }
 
+std::shared_ptr<Device> make_disk(const Value &value, DiskSpec spec) {
+  try {
+    return std::make_shared<Disk>(std::move(spec));
+  } catch (const StateError &error) {  // the file for its blocks is no good
+    value.at("file").fail(error.what());
+  }
+}
+
 /// Where the description asks for it, a hostile device takes the place of `device`.
 void read_hostile(const Value &value, std::shared_ptr<Device> &device) {
   if (!value.has("hostile")) return;
   device = std::make_shared<Hostile>(value.at("hostile").number<std::uint64_t>(), device);
 }
 
+/// "1:0:0:3": host, channel, target and unit.
+std::string read_address(const Value &value) {
+  static const std::regex form("[0-9]{1,10}(:[0-9]{1,10}){2}:[0-9]{1,20}");
+  std::string text = value.text();
+  if (!std::regex_match(text, form)) value.fail("expected four numbers, as in \"1:0:0:3\"");
+  return text;
+}
+
 /// A path without its device, unless captured replies answer on it.
 PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
   value.require_object(
-      {"node", "device", "kind", "port", "group", "initiator", "replay", "hostile"});
+      {"node", "device", "kind", "port", "group", "initiator", "address", "replay", "hostile"});
   PathSpec path{.node = value.at("node").text(255)};
   if (!path.node.starts_with("/")) value.at("node").fail("expected an absolute name");
   const auto [major, minor] = value.at("device").pair(':', 10, 0xFFFFF);
@@ -66,6 +84,7 @@ PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
   value.read("port", path.port.relative_id);
   value.read("group", path.port.group);
   value.read("initiator", path.initiator, 64);
+  if (value.has("address")) path.address = read_address(value.at("address"));
   if (value.has("replay")) path.device = read_replay(value.at("replay"), folder);
   return path;
 }
@@ -87,7 +106,7 @@ UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
     if (path.device == nullptr) join_group(spec.groups, path.port, each);
   }
   unit.best_path = best_path(unit.paths, spec.groups);
-  std::shared_ptr<Device> disk = std::make_shared<Disk>(std::move(spec));
+  std::shared_ptr<Device> disk = make_disk(value, std::move(spec));
   read_hostile(value, disk);
   for (std::size_t i = 0; i < paths.size(); ++i) {
     std::shared_ptr<Device> &device = unit.paths[i].device;
@@ -99,31 +118,31 @@ UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
 
 /// Nodes are found by name and by number: both must be one path's alone.
 void require_distinct(const std::vector<UnitSpec> &units) {
-  std::set<std::string> names;
+  std::set<std::string> names{control_node};
   std::set<dev_t> numbers;
+  const auto add = [&](const std::string &name, dev_t number) {
+    if (!names.insert(name).second) {
+      throw ArrayError("/units: node \"" + name + "\" is used twice");
+    }
+    if (!numbers.insert(number).second) {
+      throw ArrayError("/units: the device number of \"" + name + "\" is used twice");
+    }
+  };
   for (const UnitSpec &unit : units) {
-    if (!unit.multipath.empty() && !names.insert(unit.multipath).second) {
-      throw ArrayError("/units: multipath name \"" + unit.multipath + "\" is used twice");
-    }
-    for (const PathSpec &path : unit.paths) {
-      if (!names.insert(path.node).second) {
-        throw ArrayError("/units: node \"" + path.node + "\" is used twice");
-      }
-      if (!numbers.insert(path.number).second) {
-        throw ArrayError("/units: the device number of \"" + path.node + "\" is used twice");
-      }
-    }
+    for (const PathSpec &path : unit.paths)
+      add(path.node, path.number);
   }
+  for (const Node &node : multipath_nodes(units))
+    add(node.name, node.number);
 }
 
 }  // namespace
 
 void install_file(Host &host, const std::string &file, const HostSpec &spec) {
-  std::ifstream stream(file);
-  if (!stream) throw ArrayError(file + ": " + std::strerror(errno));
   try {
-    const json document = json::parse(stream);
-    const Value root(document, "");
+    const std::optional<json> document = read_json(file);
+    if (!document) throw ArrayError(std::strerror(ENOENT));
+    const Value root(*document, "");
     root.require_object({"machine", "privileged", "units"});
     std::string machine = "x86_64";
     root.read("machine", machine, 64);
@@ -136,10 +155,8 @@ void install_file(Host &host, const std::string &file, const HostSpec &spec) {
     bool privileged = true;
     root.read("privileged", privileged);
     if (!privileged) host.drop_privileges();
-  } catch (const json::exception &error) {
-    // Its text names line and column, behind the library's own mark.
-    const std::string text = error.what();
-    throw ArrayError(file + ": " + text.substr(text.find("] ") + 2));
+  } catch (const JsonError &error) {
+    throw ArrayError(file + ": " + error.what());
   } catch (const ArrayError &error) {
     throw ArrayError(file + ": " + error.what());
   }

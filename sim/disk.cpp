@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "base/bytes.h"
 #include "sim/copy_parameters.h"
 #include "sim/inquiry.h"
+#include "sim/json_file.h"
 
 namespace sim {
 namespace {
@@ -36,6 +36,19 @@ std::span<const std::uint8_t> parameter_list(const Command &command, std::size_t
 
 void require_service_action(const Command &command, std::uint8_t action) {
   if ((command.cdb[1] & service_action_bits) != action) refuse(invalid_field_in_cdb);
+}
+
+struct Blocks {
+  std::uint64_t lba;
+  std::uint32_t count;
+};
+
+/// What a READ or WRITE names, in its 10- or its 16-byte form.
+Blocks blocks_of(std::span<const std::uint8_t> cdb) {
+  if (cdb[0] == opcode::read_16 || cdb[0] == opcode::write_16) {
+    return {load_be64(&cdb[2]), load_be32(&cdb[10])};
+  }
+  return {load_be32(&cdb[2]), load_be16(&cdb[7])};
 }
 
 }  // namespace
@@ -69,7 +82,7 @@ class Disk::SharedState {
       disk_.reservations_.restore(kept_.at("reservations"));
       disk_.attentions_.restore(kept_.at("attentions"));
     } catch (const nlohmann::json::exception &error) {
-      disk_.file_->fail(error.what());
+      disk_.file_->fail(JsonError(error).what());
     }
   }
 
@@ -110,16 +123,6 @@ void Disk::keep_in(const std::filesystem::path &directory, const std::string &na
 std::vector<TargetPortGroup> Disk::target_port_groups() {
   const std::scoped_lock lock(mutex_);
   return groups_.list();
-}
-
-void Disk::reserve_elsewhere(bool reserve) {
-  const Nexus elsewhere{"elsewhere", 0};
-  const std::scoped_lock lock(mutex_);
-  if (reserve) {
-    reservations_.seize(elsewhere, 0x656C736577686572, ReservationType::exclusive_access);
-  } else {
-    reservations_.unregister(elsewhere);
-  }
 }
 
 Reply Disk::execute(const Command &command, const Port &port) {
@@ -179,14 +182,11 @@ Bytes Disk::perform(const Command &command, const Nexus &nexus, const Port &port
       require_service_action(command, read_capacity_16_action);
       return read_capacity_16(command);
     case opcode::read_10:
-      return read(load_be32(&cdb[2]), load_be16(&cdb[7]));
     case opcode::read_16:
-      return read(load_be64(&cdb[2]), load_be32(&cdb[10]));
+      return read(command);
     case opcode::write_10:
-      write(load_be32(&cdb[2]), load_be16(&cdb[7]), command.data_out);
-      return {};
     case opcode::write_16:
-      write(load_be64(&cdb[2]), load_be32(&cdb[10]), command.data_out);
+      write(command);
       return {};
     case opcode::persistent_reserve_in:
       return cut(reservations_.in(cdb), load_be16(&cdb[7]));
@@ -256,12 +256,15 @@ void Disk::require_range(std::uint64_t lba, std::uint32_t count) const {
   if (std::uint64_t{count} * storage_.block_size() > max_transfer) refuse(invalid_field_in_cdb);
 }
 
-Bytes Disk::read(std::uint64_t lba, std::uint32_t count) const {
+Bytes Disk::read(const Command &command) const {
+  const auto [lba, count] = blocks_of(command.cdb);
   require_range(lba, count);
   return storage_.read(lba, count);
 }
 
-void Disk::write(std::uint64_t lba, std::uint32_t count, std::span<const std::uint8_t> data) {
+void Disk::write(const Command &command) {
+  const auto [lba, count] = blocks_of(command.cdb);
+  const std::span<const std::uint8_t> data = command.data_out;
   require_range(lba, count);
   if (modes_.write_protected()) refuse(software_write_protected);
   // Nothing came with a request that travelled as a read: targets end it well and write nothing.

@@ -28,10 +28,6 @@ class Disk : public Device {
   std::vector<TargetPortGroup> target_port_groups() override;
   Reply execute(const Command &command, const Port &port) override;
 
-  /// Another host, out of sight, takes the disk for itself alone (a persistent reservation of
-  /// type Exclusive Access, whoever held one), or gives it up.
-  void reserve_elsewhere(bool reserve);
-
  private:
   class SharedState;
 
@@ -45,9 +41,8 @@ class Disk : public Device {
   Bytes request_sense(const Command &command, const Nexus &nexus);
   Bytes read_capacity_10(const Command &command) const;
   Bytes read_capacity_16(const Command &command) const;
-  /// READ and WRITE in their 10- and 16-byte forms.
-  Bytes read(std::uint64_t lba, std::uint32_t count) const;
-  void write(std::uint64_t lba, std::uint32_t count, std::span<const std::uint8_t> data);
+  Bytes read(const Command &command) const;
+  void write(const Command &command);
   void require_range(std::uint64_t lba, std::uint32_t count) const;
   /// Sense data in the format that the control mode page selects.
   Bytes format(const Sense &sense) const;

@@ -31,6 +31,12 @@ struct IndirectRecord {
 /// The kernel reports sense data through the driver status.
 constexpr unsigned short driver_sense = 8;
 
+/// Where sysfs leads from a node's number to its device.
+std::string device_link(const Node &node) {
+  return std::string("/sys/dev/") + (node.kind == NodeKind::block ? "block/" : "char/") +
+         std::to_string(major(node.number)) + ":" + std::to_string(minor(node.number)) + "/device";
+}
+
 int fail(int error) {
   errno = error;
   return -1;
@@ -47,6 +53,7 @@ Host &Host::instance() {
 void Host::add(Node node) {
   if (node.device != nullptr) node.device->connect({node.initiator, node.port.relative_id});
   const std::scoped_lock lock(mutex_);
+  links_[device_link(node)] = node.address.empty() ? "" : "../../../" + node.address;
   std::string name = node.name;
   nodes_.insert_or_assign(std::move(name), std::move(node));
 }
@@ -317,6 +324,14 @@ bool Host::stat(const std::string &name, mode_t &mode, dev_t &number) const {
   if (found == nodes_.end()) return false;
   mode = (found->second.kind == NodeKind::block ? S_IFBLK : S_IFCHR) | 0600;
   number = found->second.number;
+  return true;
+}
+
+bool Host::read_link(const std::string &name, std::string &target) const {
+  const std::scoped_lock lock(mutex_);
+  const auto found = links_.find(name);
+  if (found == links_.end()) return false;
+  target = found->second;
   return true;
 }
 

@@ -4,7 +4,6 @@
 // Thread safety: every function may be called from any thread.
 #pragma once
 
-#include <dirent.h>
 #include <scsi/sg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -23,6 +22,8 @@
 
 namespace sim {
 
+// The multipath driver's interface, told once more: the simulated host vouches for what the library
+// believes of it.
 inline constexpr char control_node[] = "/dev/kz/joxconfig";
 inline constexpr char block_directory[] = "/dev/kz/jox";
 inline constexpr char raw_directory[] = "/dev/kz/rjox";
@@ -38,6 +39,7 @@ struct Node {
   std::shared_ptr<Device> device;
   Port port{};
   std::string initiator = default_initiator;
+  std::string address{};  ///< what the kernel calls the device, "0:0:1:3"; empty: no SCSI device
 };
 
 /// A request as it reached a device.
@@ -106,6 +108,8 @@ class Host {
   bool knows_file(const std::string &name) const;
   std::FILE *open_file(const std::string &name) const;
   std::optional<std::vector<std::string>> directory(const std::string &name) const;
+  /// Where a symbolic link leads; an empty target: there is no such link.
+  bool read_link(const std::string &name, std::string &target) const;
 
  private:
   struct Descriptor {
@@ -126,6 +130,7 @@ class Host {
   bool has_control_node_ = false;
   bool privileged_ = true;
   std::map<std::string, std::optional<std::string>> files_;
+  std::map<std::string, std::string> links_;
   bool knows_machine_ = false;
   std::optional<std::string> machine_;
   std::map<std::string, std::vector<Fault>> faults_;

@@ -62,7 +62,7 @@ Bytes Random::bytes(std::size_t count) {
   return list;
 }
 
-// Lengths are what lies best: they have two places.
+// Of lengths twice: wrong ones find most faults.
 const Hostile::Spoil Hostile::spoils[] = {
     &Hostile::fail_call,      &Hostile::fail_with_status, &Hostile::fail_in_host,
     &Hostile::fail_in_driver, &Hostile::add_sense,        &Hostile::lie_in_length,

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "sim/host.h"
@@ -146,6 +147,22 @@ int stat(const char *path, struct stat *out) noexcept {
 int stat64(const char *path, struct stat64 *out) noexcept {
   static auto *real = next<int(const char *, struct stat64 *)>("stat64");
   return simulated_stat(path, out) ? 0 : real(path, out);
+}
+
+ssize_t readlink(const char *path, char *out, std::size_t size) noexcept {
+  static auto *real = next<ssize_t(const char *, char *, std::size_t)>("readlink");
+  std::string target;
+  if (!sim::Host::instance().read_link(path, target)) return real(path, out, size);
+  if (target.empty()) {
+    errno = ENOENT;
+    return -1;
+  }
+  return static_cast<ssize_t>(target.copy(out, size));
+}
+
+// What a fortified caller's readlink becomes.
+ssize_t __readlink_chk(const char *path, char *out, std::size_t size, std::size_t /*room*/) {
+  return readlink(path, out, size);
 }
 
 int uname(utsname *out) noexcept {

@@ -208,11 +208,6 @@ void Reservations::tell_registrants_but(const Nexus &cause, const Sense &attenti
   }
 }
 
-void Reservations::seize(const Nexus &nexus, std::uint64_t key, ReservationType type) {
-  set_key(nexus, key);
-  reservation_ = {type, nexus};
-}
-
 nlohmann::json Reservations::state() const {
   auto registrations = nlohmann::json::array();
   for (const auto &[nexus, key] : registrations_) {

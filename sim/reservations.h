@@ -41,11 +41,6 @@ class Reservations {
 
   static constexpr std::size_t parameter_list_size = 24;
 
-  /// Registers a nexus and gives it the reservation, whoever held it.
-  void seize(const Nexus &nexus, std::uint64_t key, ReservationType type);
-  /// Ends a nexus's registration, and its reservation with it.
-  void unregister(const Nexus &nexus);
-
   /// Everything, and back again: what is kept for other processes.
   nlohmann::json state() const;
   void restore(const nlohmann::json &state);
@@ -63,6 +58,8 @@ class Reservations {
   std::optional<std::uint64_t> key_of(const Nexus &nexus) const;
   bool holds(const Nexus &nexus) const;
   void set_key(const Nexus &nexus, std::uint64_t key);
+  /// Ends a nexus's registration, and its reservation with it.
+  void unregister(const Nexus &nexus);
   void reserve(const Nexus &nexus, std::uint8_t scope_and_type);
   void release(const Nexus &nexus, std::uint8_t scope_and_type);
   void clear(const Nexus &nexus);

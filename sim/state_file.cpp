@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
+#include "sim/json_file.h"
 #include "sim/platform.h"
 
 namespace sim {
@@ -30,14 +30,9 @@ StateFile::Lock::Lock(const StateFile &file) {
 StateFile::Lock::~Lock() { platform::close(fd_); }
 
 json StateFile::load() const {
-  std::ifstream stream(file_);
-  if (!stream) {
-    if (errno == ENOENT) return nullptr;
-    fail(std::strerror(errno));
-  }
   try {
-    return json::parse(stream);
-  } catch (const json::exception &error) {
+    return read_json(file_.string()).value_or(nullptr);
+  } catch (const JsonError &error) {
     fail(error.what());
   }
 }

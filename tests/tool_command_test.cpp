@@ -3,6 +3,7 @@
 #include "tools/command.h"
 #include "tools/discovery.h"
 #include "tools/readiness.h"
+#include "tools/reservations.h"
 
 namespace kzddl_test {
 namespace {
@@ -71,6 +72,7 @@ TEST_P(SgToolCommand, EveryOutcomeInWords) {
       {{.host_status = 1}, 1, "not ready: no connection to the device", 1},
       {{.host_status = 3}, 1, "not ready: timed out", 1},
       {{.host_status = 0x0E}, 1, "not ready: transport disrupted", 1},
+      {{.host_status = 0x13}, 1, "not ready: medium error", 1},  // the number of ENODEV, too
       {{.host_status = 0x77}, 1, "not ready: host or driver status 77h", 1},
       {{.error = ENODEV}, 1, "ready /dev/sdx: No such device", 1},
   };
@@ -82,7 +84,7 @@ TEST_P(SgToolCommand, EveryOutcomeInWords) {
   host.fail_open(direct ? node : sim::control_node, EACCES);
   EXPECT_EQ(readiness(), direct ? "ready /dev/sdx: Permission denied"
                                 : "ready /dev/sdx: cannot open the control node "
-                                  "/dev/kz/joxconfig (--route direct does without)");
+                                  "/dev/kz/joxconfig: Permission denied");
 }
 
 TEST_P(SgToolCommand, DataAndResidual) {
@@ -115,8 +117,26 @@ TEST_P(ToolCommand, ResultsInWords) {
   EXPECT_EQ(tool::result_words(ia64 ? -24 : -12), "RESERVATION CONFLICT");
   EXPECT_EQ(tool::result_words(-1),
             ia64 ? "the device announces no data" : "no connection to the device");
-  EXPECT_EQ(tool::result_words(-19).starts_with("cannot open the control node"),
-            !GetParam().direct());
+  EXPECT_EQ(tool::result_words(ENOTTY), "not a SCSI device");
+  host.fail_open(sim::control_node, ENOENT);
+  EXPECT_EQ(tool::result_words(-19).starts_with("there is no control node"), !GetParam().direct());
+}
+
+TEST(ToolViews, WhatTheDeviceDoesNotSayIsNotConcluded) {
+  tool::ViewBuilder groups("groups");
+  const Bytes reply{0, 0, 0, 8, 0, 0x0F, 0, 1, 0, 0, 0, 0};
+  tool::show_port_groups(groups, tool::PortGroups(reply), {.group = 3});
+  EXPECT_NE(groups.build().text.find("\n  The group of this node, 3, is not among them.\n"),
+            std::string::npos);
+}
+
+TEST_P(ToolCommand, TheHolderOfAReservation) {
+  const std::pair<std::uint8_t, const char *> cases[] = {{1, "0000000000000000"},
+                                                         {8, "all registrants"}};
+  for (const auto &[type, holder] : cases) {
+    const tool::Reservations state{.reservation = tool::Reservation{.type = type}};
+    EXPECT_NE(tool::reservations_view(device, state).text.find(holder), std::string::npos);
+  }
 }
 
 // --- discovery ---
@@ -132,11 +152,12 @@ class DiscoveryTest : public DiskTest {
  protected:
   DiscoveryTest() { kzscsi_set_version("32"); }
 
-  std::string add_disk(sim::DiskSpec spec = {}) {
+  std::string add_disk(sim::DiskSpec spec = {}, const std::string &address = "") {
     std::string name = "/dev/sdx" + std::to_string(++count_);
     host.add({.name = name,
               .number = static_cast<dev_t>(0x800 + count_),
-              .device = std::make_shared<sim::Disk>(std::move(spec))});
+              .device = std::make_shared<sim::Disk>(std::move(spec)),
+              .address = address});
     return name;
   }
 
@@ -145,8 +166,8 @@ class DiscoveryTest : public DiskTest {
     host.inject(name, {.opcode = sim::opcode::inquiry, .times = -1, .change = std::move(change)});
   }
 
-  std::string add_disk_with_page83(const Bytes &body) {
-    std::string name = add_disk();
+  std::string add_disk_with_page83(const Bytes &body, const std::string &address = "") {
+    std::string name = add_disk({}, address);
     alter_inquiry(name, [body](Reply &reply) {
       if (reply.data.size() > 1 && reply.data[1] == 0x83) reply.data = page83(body);
     });
@@ -175,6 +196,16 @@ TEST_F(DiscoveryTest, OnlyAnIdentifierOfTheUnitJoinsNodes) {
   }
 }
 
+TEST_F(DiscoveryTest, WithoutAnIdentifierTheAddressJoinsNodes) {
+  std::vector<std::string> nodes;
+  for (const char *address : {"1:0:0:0", "1:0:0:0", "1:0:0:1", "", ""})
+    nodes.push_back(add_disk_with_page83({}, address));
+  const auto units = tool::discover(nodes).units;
+  ASSERT_EQ(units.size(), 4u);
+  EXPECT_EQ(units[0].paths.size(), 2u);
+  EXPECT_EQ(units[0].paths[1].address, "1:0:0:0");
+}
+
 TEST_F(DiscoveryTest, HostileTextsAreMadeHarmless) {
   const std::string name =
       add_disk({.vendor = "A\x1B[31m", .product = "\xC3\xA4\\", .revision = ""});
@@ -194,6 +225,13 @@ TEST_F(DiscoveryTest, DeviceWithoutPagesIsNamedByItsNode) {
   EXPECT_EQ(unit.identifier_kind, KZDDL_NO_DESIGNATOR);
   EXPECT_EQ(unit.cabinet, "");
   EXPECT_EQ(unit.vendor, "KZSIM");
+  try {
+    Device device(name);
+    tool::identify(device);
+    FAIL() << "it has no list of pages";
+  } catch (const tool::Error &error) {
+    EXPECT_EQ(error.reason(), "CHECK CONDITION, ILLEGAL REQUEST: INVALID FIELD IN CDB");
+  }
 }
 
 TEST_F(DiscoveryTest, WhatDoesNotAnswerIsSetAside) {

@@ -7,7 +7,7 @@ namespace tool {
 
 void Context::report(const Error &error) {
   std::fflush(stdout);
-  fmt::print(stderr, "kzddl: {}\n", error.what());
+  std::fputs(fmt::format("kzddl: {}\n", error.what()).c_str(), stderr);
   exit_status_ = std::max(exit_status_, error.exit_status());
 }
 
@@ -15,8 +15,13 @@ void Context::print(const View &view) const {
   if (json) {
     print_json(view.json);
   } else {
-    fmt::print("{}", view.text);
+    print_text(view.text);
   }
+}
+
+void Context::require_text(std::string_view operation) const {
+  if (json)
+    throw Error::usage(fmt::format("{}: --json goes with neither --hex nor --raw", operation));
 }
 
 void Context::show_each(const std::vector<std::string> &nodes,
@@ -27,11 +32,22 @@ void Context::show_each(const std::vector<std::string> &nodes,
   if (json) print_json(list);
 }
 
+void Context::show_lines(const std::vector<std::string> &nodes,
+                         const std::function<View(Device &)> &view) {
+  Columns columns;
+  for (const std::string &node : nodes)
+    columns.measure({escaped(node), ""});
+  show_each(nodes, [&](Device &device) -> View {
+    const View shown = view(device);
+    return {columns.line(Prefix(""), {device.name(), shown.text}), shown.json};
+  });
+}
+
 Json Context::json_or_error(const std::string &node, const std::function<View(Device &)> &view) {
   try {
     Device device(node);
     const View shown = view(device);
-    if (!json) fmt::print("{}", shown.text);
+    if (!json) print_text(shown.text);
     return shown.json;
   } catch (const Error &error) {
     report(error);

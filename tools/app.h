@@ -29,9 +29,15 @@ class Context {
   /// Writes `view` as text or as JSON, as the options say.
   void print(const View &view) const;
 
+  /// Throws Error (of usage) where JSON is asked for: bytes as they are have no such form.
+  void require_text(std::string_view operation) const;
+
   /// Shows one device after the other. A failure is reported, and the next has its turn. In
   /// JSON it is one list, in which a failed device has a node and an error.
   void show_each(const std::vector<std::string> &nodes, const std::function<View(Device &)> &view);
+
+  /// The same, each view one line of text behind its node.
+  void show_lines(const std::vector<std::string> &nodes, const std::function<View(Device &)> &view);
 
   int exit_status() const { return exit_status_; }
 
@@ -41,28 +47,28 @@ class Context {
   int exit_status_ = exit_success;
 };
 
-struct Command {
+struct Subcommand {
   CLI::App *parser;
   std::function<void()> run;
 };
 
-Command add_attribute(CLI::App &app, Context &context);
-Command add_capacity(CLI::App &app, Context &context);
-Command add_database(CLI::App &app, Context &context);
-Command add_decode(CLI::App &app, Context &context);
-Command add_descriptor(CLI::App &app, Context &context);
-Command add_copy_limits(CLI::App &app, Context &context);
-Command add_discover(CLI::App &app, Context &context);
-Command add_geometry(CLI::App &app, Context &context);
-Command add_groups(CLI::App &app, Context &context);
-Command add_identify(CLI::App &app, Context &context);
-Command add_inquiry(CLI::App &app, Context &context);
-Command add_modes(CLI::App &app, Context &context);
-Command add_read(CLI::App &app, Context &context);
-Command add_ready(CLI::App &app, Context &context);
-Command add_reservations(CLI::App &app, Context &context);
-Command add_reserved(CLI::App &app, Context &context);
-Command add_send(CLI::App &app, Context &context);
-Command add_write(CLI::App &app, Context &context);
+Subcommand add_attribute(CLI::App &app, Context &context);
+Subcommand add_capacity(CLI::App &app, Context &context);
+Subcommand add_database(CLI::App &app, Context &context);
+Subcommand add_decode(CLI::App &app, Context &context);
+Subcommand add_descriptor(CLI::App &app, Context &context);
+Subcommand add_copy_limits(CLI::App &app, Context &context);
+Subcommand add_discover(CLI::App &app, Context &context);
+Subcommand add_geometry(CLI::App &app, Context &context);
+Subcommand add_groups(CLI::App &app, Context &context);
+Subcommand add_identify(CLI::App &app, Context &context);
+Subcommand add_inquiry(CLI::App &app, Context &context);
+Subcommand add_modes(CLI::App &app, Context &context);
+Subcommand add_read(CLI::App &app, Context &context);
+Subcommand add_ready(CLI::App &app, Context &context);
+Subcommand add_reservations(CLI::App &app, Context &context);
+Subcommand add_reserved(CLI::App &app, Context &context);
+Subcommand add_send(CLI::App &app, Context &context);
+Subcommand add_write(CLI::App &app, Context &context);
 
 }  // namespace tool

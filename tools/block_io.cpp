@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <utility>
 
@@ -29,13 +28,13 @@ Cdb cdb_of(std::uint64_t lba, std::size_t blocks, bool writes) {
   const auto count = static_cast<std::uint32_t>(blocks);
   if (lba + (blocks - 1) <= last_of_32_bits) {
     Cdb cdb(10);
-    cdb[0] = writes ? 0x2A : 0x28;
+    cdb[0] = writes ? opcode::write_10 : opcode::read_10;
     kzddl::store_be32(&cdb[2], static_cast<std::uint32_t>(lba));
     kzddl::store_be16(&cdb[7], static_cast<std::uint16_t>(count));
     return cdb;
   }
   Cdb cdb(16);
-  cdb[0] = writes ? 0x8A : 0x88;
+  cdb[0] = writes ? opcode::write_16 : opcode::read_16;
   kzddl::store_be64(&cdb[2], lba);
   kzddl::store_be32(&cdb[10], count);
   return cdb;

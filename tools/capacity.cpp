@@ -37,14 +37,16 @@ Capacity parse(ByteSpan reply) {
 }
 
 std::vector<std::uint8_t> read_capacity_10(Device &device) {
-  const std::array<std::uint8_t, 10> cdb{0x25};
+  const std::array<std::uint8_t, 10> cdb{opcode::read_capacity_10};
   return ask(device, "capacity", cdb, size_10, [&device](int *length, unsigned char **data) {
     return do_read_capacity(device.path(), 0, 0, 0, length, data);
   });
 }
 
 std::vector<std::uint8_t> read_capacity_16(Device &device) {
-  const std::array<std::uint8_t, 16> cdb{0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, size_16};
+  constexpr std::uint8_t read_capacity = 0x10;  // service action
+  std::array<std::uint8_t, 16> cdb{opcode::service_action_in_16, read_capacity};
+  kzddl::store_be32(&cdb[10], size_16);
   const auto family = [&device](int *length, unsigned char **data) {
     return do_read_capacity_16(device.path(), 0, 0, 0, length, data);
   };

@@ -67,7 +67,7 @@ void run(const Context &context, const Options &options) {
 
 }  // namespace
 
-Command add_attribute(CLI::App &app, Context &context) {
+Subcommand add_attribute(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("attribute", "Show an attribute of a disk");
   const auto options = std::make_shared<Options>();
   parser->add_option("DISK", options->disk, "Device node")->required()->option_text(" ");

@@ -6,15 +6,12 @@ namespace tool {
 namespace {
 
 View device_view(Device &device) {
-  const View view = capacity_view(device.name(), read_capacity_reply(device));
-  Json json = {{"node", device.name()}};
-  json.update(view.json);
-  return {view.text, std::move(json)};
+  return with_node(device.name(), capacity_view(device.name(), read_capacity_reply(device)));
 }
 
 }  // namespace
 
-Command add_capacity(CLI::App &app, Context &context) {
+Subcommand add_capacity(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("capacity", "Show how large disks are");
   const auto nodes = std::make_shared<std::vector<std::string>>();
   parser->add_option("NODE", *nodes, "Device nodes")->required()->option_text("...");

@@ -14,7 +14,7 @@ View device_view(Device &device) {
 
 }  // namespace
 
-Command add_copy_limits(CLI::App &app, Context &context) {
+Subcommand add_copy_limits(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("copy-limits", "Show what third-party copy devices support");
   const auto nodes = std::make_shared<std::vector<std::string>>();

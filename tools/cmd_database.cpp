@@ -90,7 +90,7 @@ void run(Context &context, std::vector<std::string> nodes, bool log) {
 
 }  // namespace
 
-Command add_database(CLI::App &app, Context &context) {
+Subcommand add_database(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("database", "Show the property database that a discovery fills");
   const auto nodes = std::make_shared<std::vector<std::string>>();

@@ -1,6 +1,5 @@
 // kzddl decode: replies that were captured earlier.
 #include <algorithm>
-#include <iterator>
 
 #include "capture/capture.h"
 #include "tools/app.h"
@@ -8,6 +7,7 @@
 #include "tools/copy_limits.h"
 #include "tools/inquiry_view.h"
 #include "tools/mode_view.h"
+#include "tools/options.h"
 #include "tools/port_groups.h"
 #include "tools/vpd.h"
 
@@ -15,7 +15,7 @@ namespace tool {
 namespace {
 
 struct Decoder {
-  std::string_view kind;
+  std::string_view name;
   std::string_view description;
   View (*decode)(ByteSpan reply);
 };
@@ -46,6 +46,9 @@ constexpr Decoder decoders[] = {
     {"vpd00", "Supported VPD Pages", decode_page<vpd::supported_pages>},
     {"vpd80", "Unit Serial Number", decode_page<vpd::unit_serial_number>},
     {"vpd83", "Device Identification", decode_page<vpd::device_identification>},
+    {"vpdb0", "Block Limits", decode_page<vpd::block_limits>},
+    {"vpdb1", "Block Device Characteristics", decode_page<vpd::block_characteristics>},
+    {"vpdb2", "Logical Block Provisioning", decode_page<vpd::provisioning>},
     {"groups", "REPORT TARGET PORT GROUPS", captured_port_groups_view},
     {"capacity", "READ CAPACITY (10) or (16), by its length", captured_capacity_view},
     {"modes", "MODE SENSE (6), or (10) by its length or with --ten", decode_modes},
@@ -59,9 +62,7 @@ struct Options {
 };
 
 void run(const Context &context, const Options &options) {
-  const auto *decoder =
-      std::find_if(std::begin(decoders), std::end(decoders),
-                   [&](const Decoder &candidate) { return candidate.kind == options.kind; });
+  const auto *decoder = std::ranges::find(decoders, options.kind, &Decoder::name);
   const bool of_modes = decoder->decode == decode_modes;
   if (options.ten && !of_modes) throw Error::usage("--ten is for the kind modes");
   const auto decode = options.ten ? decode_modes_10 : decoder->decode;
@@ -74,29 +75,14 @@ void run(const Context &context, const Options &options) {
   }
 }
 
-std::vector<std::string> kinds() {
-  std::vector<std::string> names;
-  for (const Decoder &decoder : decoders)
-    names.emplace_back(decoder.kind);
-  return names;
-}
-
-std::string kinds_help() {
-  std::string text = "Kinds:\n";
-  for (const Decoder &decoder : decoders) {
-    text += fmt::format("  {:<13}{}\n", decoder.kind, decoder.description);
-  }
-  return text;
-}
-
 }  // namespace
 
-Command add_decode(CLI::App &app, Context &context) {
+Subcommand add_decode(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("decode", "Decode a captured reply");
   const auto options = std::make_shared<Options>();
   parser->add_option("KIND", options->kind, "What the reply answers, see below")
       ->required()
-      ->check(CLI::IsMember(kinds()))
+      ->check(CLI::IsMember(names_of(decoders)))
       ->option_text(" ");
   parser
       ->add_option("FILE", options->file,
@@ -105,7 +91,7 @@ Command add_decode(CLI::App &app, Context &context) {
       ->required()
       ->option_text(" ");
   parser->add_flag("--ten", options->ten, "Mode parameters of MODE SENSE (10)")->option_text(" ");
-  parser->footer(kinds_help() +
+  parser->footer("Kinds:\n" + descriptions_of(decoders) +
                  "\nA reply that is cut short is decoded as far as it goes.\n\n"
                  "Examples:\n"
                  "  kzddl decode vpd83 vpd-83.hex\n"

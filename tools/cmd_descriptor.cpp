@@ -1,20 +1,19 @@
 // kzddl descriptor: target descriptors of EXTENDED COPY, built from their fields.
 #include <algorithm>
-#include <iterator>
 #include <new>
 
 #include "base/bytes.h"
 #include "base/memory.h"
-#include "capture/capture.h"
 #include "kzddl/kzecopy.h"
 #include "tools/app.h"
+#include "tools/options.h"
 #include "tools/output.h"
 #include "tools/vpd.h"
 
 namespace tool {
 namespace {
 
-using capture::Bytes;
+using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::size_t identifier_size = 8;
 constexpr std::size_t port_id_size = 3;
@@ -147,44 +146,14 @@ void run(const Context &context, const Options &options) {
   }
 }
 
-void add_bytes_option(CLI::App &parser, const std::string &name, const std::string &description,
-                      Bytes &bytes) {
-  parser
-      .add_option_function<std::string>(
-          name,
-          [name, &bytes](const std::string &text) {
-            try {
-              bytes = capture::parse_hex(text);
-            } catch (const capture::Error &error) {
-              throw CLI::ValidationError(name, error.what());
-            }
-          },
-          description)
-      ->option_text("HEX");
-}
-
-std::vector<std::string> kind_names() {
-  std::vector<std::string> names;
-  for (const Kind &kind : kinds)
-    names.emplace_back(kind.name);
-  return names;
-}
-
-std::string kinds_help() {
-  std::string text = "Kinds:\n";
-  for (const Kind &kind : kinds)
-    text += fmt::format("  {:<16}{}\n", kind.name, kind.description);
-  return text;
-}
-
 }  // namespace
 
-Command add_descriptor(CLI::App &app, Context &context) {
+Subcommand add_descriptor(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("descriptor", "Build a target descriptor for copies");
   const auto options = std::make_shared<Options>();
   parser->add_option("KIND", options->kind, "How it names the target, see below")
       ->required()
-      ->check(CLI::IsMember(kind_names()))
+      ->check(CLI::IsMember(names_of(kinds)))
       ->option_text(" ");
   add_bytes_option(*parser, "--lun", "Logical unit number, 8 bytes", options->lun);
   add_bytes_option(*parser, "--port", "N_Port_Name or N_Port_ID", options->port);
@@ -198,7 +167,7 @@ Command add_descriptor(CLI::App &app, Context &context) {
                    "size in bytes (0)")
       ->option_text("N");
   add_format_options(*parser, options->format);
-  parser->footer(kinds_help() +
+  parser->footer("Kinds:\n" + descriptions_of(kinds) +
                  "\nNo command is sent.\n\n"
                  "Examples:\n"
                  "  kzddl descriptor identification --id 6024B5A0000000010000000000000000\n"

@@ -3,6 +3,7 @@
 
 #include "tools/app.h"
 #include "tools/capacity.h"
+#include "tools/command.h"
 #include "tools/discovery.h"
 #include "tools/discovery_dot.h"
 #include "tools/vpd.h"
@@ -13,7 +14,7 @@ namespace {
 // --- text ---
 
 Columns::Row path_row(const Path &path) {
-  return {path.node, path.number.text(), path.readiness.words()};
+  return {path.node, path.address, path.number.text(), path.readiness.words()};
 }
 
 /// What hangs below a unit: a node, or a port group and the paths through it.
@@ -142,6 +143,37 @@ std::string tree(const Discovery &found) {
   return text;
 }
 
+// --- a line for each node ---
+
+Columns::Row node_row(const LogicalUnit &unit, const Path &path) {
+  const std::string size = unit.capacity ? size_words(static_cast<double>(*unit.capacity)) : "-";
+  const std::string state = path.access ? access_state_words(path.access->state)
+                                        : std::string(is_multipath(path.node) ? "multipath" : "-");
+  return {path.node,
+          path.address.empty() ? "-" : path.address,
+          size,
+          state,
+          unit.identifier,
+          path.readiness.words()};
+}
+
+std::string node_list(const Discovery &found) {
+  std::vector<Columns::Row> rows = {{"Node", "Address", "Size", "Access", "Unit", "State"}};
+  for (const LogicalUnit &unit : found.units) {
+    for (const std::vector<Path> *paths : {&unit.multipath_nodes, &unit.paths}) {
+      for (const Path &path : *paths)
+        rows.push_back(node_row(unit, path));
+    }
+  }
+  Columns columns;
+  for (const Columns::Row &row : rows)
+    columns.measure(row);
+  std::string text;
+  for (const Columns::Row &row : rows)
+    text += columns.unbroken_line(row);
+  return text;
+}
+
 // --- JSON ---
 
 Json paths_json(const std::vector<Path> &paths) {
@@ -151,6 +183,7 @@ Json paths_json(const std::vector<Path> &paths) {
         {{"node", path.node},
          {"major", path.number.major},
          {"minor", path.number.minor},
+         {"scsi_address", path.address.empty() ? Json() : Json(path.address)},
          {"port_group", path.access ? Json(path.access->group) : Json()},
          {"access_state", path.access ? Json(access_state_words(path.access->state)) : Json()},
          {"preferred", path.access ? Json(path.access->preferred) : Json()},
@@ -188,6 +221,7 @@ Json discovery_json(const Discovery &found) {
 
 struct Options {
   std::vector<std::string> nodes;
+  bool list = false;
   bool dot = false;
 };
 
@@ -196,29 +230,33 @@ void run(Context &context, const Options &options) {
     throw Error::usage("discover: --dot and --json exclude each other");
   std::vector<std::string> nodes = options.nodes;
   if (nodes.empty()) nodes = find_nodes();
+  if (!nodes.empty()) require_control_node("discover");
   const Discovery found = discover(nodes);
   for (const Unanswered &node : found.unanswered)
     context.report(node.error);
   if (options.dot) {
-    fmt::print("{}", discovery_dot(found));
+    print_text(discovery_dot(found));
     return;
   }
   const std::string text =
-      nodes.empty() ? "No devices: no sd disks in /proc/partitions, no multipath nodes in "
-                      "/dev/kz/rjox.\n"
-                    : tree(found);
+      nodes.empty()  ? "No devices: no sd disks in /proc/partitions, no multipath nodes in "
+                       "/dev/kz/rjox.\n"
+      : options.list ? node_list(found)
+                     : tree(found);
   context.print({text, discovery_json(found)});
 }
 
 }  // namespace
 
-Command add_discover(CLI::App &app, Context &context) {
+Subcommand add_discover(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("discover", "Find the logical units and the paths that lead to them");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->nodes, "Device nodes; without them, all that the host has")
       ->option_text("...");
-  parser->add_flag("--dot", options->dot, "Print a drawing for Graphviz");
+  CLI::Option *list =
+      parser->add_flag("--list", options->list, "Print a line for each node, to search and sort");
+  parser->add_flag("--dot", options->dot, "Print a drawing for Graphviz")->excludes(list);
   parser->footer(
       "Asks each node who it is and whether it is ready, and puts nodes that lead to\n"
       "the same logical unit together. Without nodes it asks the sd disks that\n"
@@ -227,6 +265,7 @@ Command add_discover(CLI::App &app, Context &context) {
       "Examples:\n"
       "  kzddl --sim discover\n"
       "  kzddl discover --route direct /dev/sda /dev/sdb\n"
+      "  kzddl discover --list | grep sdc\n"
       "  kzddl --sim=array.json discover --json\n"
       "  kzddl --sim discover --dot | dot -Tpng -o array.png");
   return {parser, [&context, options] { run(context, *options); }};

@@ -6,6 +6,7 @@
 #include "tools/command.h"
 #include "tools/discovery.h"
 #include "tools/geometry.h"
+#include "tools/mode_sense.h"
 
 namespace tool {
 namespace {
@@ -25,25 +26,30 @@ disk_geom geometry_of(Device &device, bool refresh) {
   }
   disk_geom geometry{};
   const int result = gen_get_geometry_info(*device.path(), &geometry);
+  // Asked once more by themselves, the commands tell why there is no geometry.
+  if (result < -1) {
+    read_modes(device, {.page = 0x03}, "geometry");
+    read_modes(device, {.page = 0x04}, "geometry");
+  }
   if (result != 0) throw Error("geometry", device.name(), result_words_of_geometry(result));
   return geometry;
 }
 
 View device_view(Device &device, bool refresh) {
-  const View view = geometry_view(device.name(), geometry_of(device, refresh));
-  Json json = {{"node", device.name()}};
-  json.update(view.json);
-  return {view.text, std::move(json)};
+  return with_node(device.name(), geometry_view(device.name(), geometry_of(device, refresh)));
 }
 
 }  // namespace
 
-Command add_geometry(CLI::App &app, Context &context) {
+Subcommand add_geometry(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("geometry", "Show the geometry that goes into a label");
   const auto disks = std::make_shared<std::vector<std::string>>();
   const auto refresh = std::make_shared<bool>(false);
   parser->add_option("DISK", *disks, "Device nodes")->required()->option_text("...");
-  parser->add_flag("--refresh", *refresh, "Ask the device for each of them anew")->option_text(" ");
+  parser
+      ->add_flag("--refresh", *refresh,
+                 "Ask through each node named, also where nodes share a\nunit")
+      ->option_text(" ");
   parser->footer(
       "Reads mode pages 3 and 4 and the capacity, by way of the multipath node where\n"
       "there is one: all paths of a unit then share one answer. The counts are fitted\n"

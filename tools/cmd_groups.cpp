@@ -1,10 +1,10 @@
 // kzddl groups: the target port groups of a logical unit, and their access states.
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 
 #include "tools/app.h"
 #include "tools/inquiry.h"
+#include "tools/options.h"
 #include "tools/port_groups.h"
 #include "tools/vpd.h"
 
@@ -21,16 +21,14 @@ RequestedState parse_request(std::string_view text) {
   static constexpr std::string_view words[] = {"optimized", "nonoptimized", "standby",
                                                "unavailable"};
   const std::size_t equals = std::min(text.find('='), text.size());
-  RequestedState request{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + equals, request.group);
+  const auto group = parse_whole<std::uint16_t>(text.substr(0, equals));
   const auto *word = std::ranges::find(words, text.substr(std::min(equals + 1, text.size())));
-  if (error != std::errc{} || end != text.data() + equals || word == std::end(words)) {
+  if (!group || word == std::end(words)) {
     throw CLI::ValidationError("--set",
                                "expected GROUP=STATE, a group's number and optimized, "
                                "nonoptimized, standby or unavailable");
   }
-  request.state = static_cast<std::uint8_t>(word - std::begin(words));
-  return request;
+  return {.group = *group, .state = static_cast<std::uint8_t>(word - std::begin(words))};
 }
 
 void add_request(std::vector<RequestedState> &states, const std::string &text) {
@@ -41,11 +39,11 @@ void add_request(std::vector<RequestedState> &states, const std::string &text) {
   states.push_back(request);
 }
 
-std::optional<OwnPort> own_port_of(Device &device) {
+OwnPort own_port_of(Device &device) {
   try {
     return own_port(read_inquiry(device, vpd::device_identification));
   } catch (const Error &) {
-    return std::nullopt;
+    return {};
   }
 }
 
@@ -62,7 +60,7 @@ void run(const Context &context, const Options &options) {
 
 }  // namespace
 
-Command add_groups(CLI::App &app, Context &context) {
+Subcommand add_groups(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("groups", "Show or set the access states of target port groups");
   const auto options = std::make_shared<Options>();

@@ -29,7 +29,7 @@ View identity_view(Device &device) {
 
 }  // namespace
 
-Command add_identify(CLI::App &app, Context &context) {
+Subcommand add_identify(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("identify", "Show the identifiers of logical units and cabinets");
   const auto nodes = std::make_shared<std::vector<std::string>>();

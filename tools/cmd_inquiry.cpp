@@ -2,6 +2,7 @@
 #include "tools/app.h"
 #include "tools/inquiry.h"
 #include "tools/inquiry_view.h"
+#include "tools/options.h"
 #include "tools/output.h"
 #include "tools/vpd.h"
 
@@ -30,19 +31,18 @@ void run(const Context &context, const Options &options) {
   Device device(options.node);
   const std::vector<std::uint8_t> reply = read_inquiry(device, options.page);
   if (options.format != ByteFormat::decoded) {
+    context.require_text("inquiry");
     print_bytes(reply, options.format, subject(options.page) + ", " + device.name());
     return;
   }
   if (options.page) require_page(device, reply, *options.page);
-  View view = options.page ? vpd_view(reply) : standard_inquiry_view(reply);
-  Json json = {{"node", device.name()}};
-  json.update(view.json);
-  context.print({std::move(view.text), std::move(json)});
+  context.print(
+      with_node(device.name(), options.page ? vpd_view(reply) : standard_inquiry_view(reply)));
 }
 
 }  // namespace
 
-Command add_inquiry(CLI::App &app, Context &context) {
+Subcommand add_inquiry(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("inquiry", "Show inquiry data or a page of them");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
@@ -50,9 +50,9 @@ Command add_inquiry(CLI::App &app, Context &context) {
                   options->page);
   add_format_options(*parser, options->format);
   parser->footer(
-      "Pages 00, 80 and 83 are decoded, others dumped. What --hex or --raw prints can\n"
-      "be saved and decoded later. In page 83 a \"*\" marks the designator that names\n"
-      "the logical unit.\n\n"
+      "Pages 00, 80, 83, B0, B1 and B2 are decoded, others dumped. What --hex or --raw\n"
+      "prints can be saved and decoded later. In page 83 a \"*\" marks the designator\n"
+      "that names the logical unit.\n\n"
       "Examples:\n"
       "  kzddl inquiry --route direct /dev/sda\n"
       "  kzddl --sim inquiry /dev/sda --page 83\n"

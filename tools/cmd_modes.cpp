@@ -1,6 +1,7 @@
 // kzddl modes: the mode parameters of a device.
 #include "tools/app.h"
 #include "tools/mode_view.h"
+#include "tools/options.h"
 #include "tools/output.h"
 
 namespace tool {
@@ -30,14 +31,13 @@ void run(const Context &context, const Options &options) {
   const std::vector<std::uint8_t> reply = read_modes(device, question);
   const std::string subject = device.name() + ", " + values_words(options.values);
   if (options.format != ByteFormat::decoded) {
+    context.require_text("modes");
     print_bytes(reply, options.format, subject);
     return;
   }
   try {
-    View view = mode_view(subject, reply, ModeForm::six, options.values);
-    Json json = {{"node", device.name()}};
-    json.update(view.json);
-    context.print({std::move(view.text), std::move(json)});
+    context.print(
+        with_node(device.name(), mode_view(subject, reply, ModeForm::six, options.values)));
   } catch (const Error &error) {  // the device's mistake, not the user's
     throw Error("modes", device.name(), error.reason());
   }
@@ -66,7 +66,7 @@ void add_values_options(CLI::App &parser, ModeValues &values) {
 
 }  // namespace
 
-Command add_modes(CLI::App &app, Context &context) {
+Subcommand add_modes(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("modes", "Show mode parameters");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");

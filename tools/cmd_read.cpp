@@ -1,19 +1,13 @@
 // kzddl read: blocks of a disk into a file or a pipe.
 #include <algorithm>
-#include <csignal>
 
 #include "tools/app.h"
+#include "tools/file.h"
+#include "tools/options.h"
 #include "tools/transfer.h"
 
 namespace tool {
 namespace {
-
-struct Options {
-  std::string node;
-  std::optional<std::uint64_t> lba;
-  std::optional<std::uint64_t> count;
-  std::string file = "-";
-};
 
 void copy(BlockDevice &disk, File &out, std::uint64_t count, Progress &progress) {
   std::vector<std::uint8_t> buffer(disk.chunk() * disk.block_size());
@@ -24,6 +18,7 @@ void copy(BlockDevice &disk, File &out, std::uint64_t count, Progress &progress)
     try {
       out.write(ByteSpan(buffer).first(moved.blocks * disk.block_size()));
     } catch (const Error &error) {
+      progress.add(static_cast<std::size_t>(out.written() / disk.block_size() - progress.done()));
       progress.stop(error.reason());
     }
     progress.add(moved.blocks);
@@ -31,9 +26,7 @@ void copy(BlockDevice &disk, File &out, std::uint64_t count, Progress &progress)
   }
 }
 
-void run(const Context &context, const Options &options) {
-  // A reader that goes away is an error like any other.
-  std::signal(SIGPIPE, SIG_IGN);
+void run(const Context &context, const TransferOptions &options) {
   Device device(options.node);
   BlockDevice disk(device, "read");
   disk.require(*options.lba, *options.count);
@@ -46,9 +39,9 @@ void run(const Context &context, const Options &options) {
 
 }  // namespace
 
-Command add_read(CLI::App &app, Context &context) {
+Subcommand add_read(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("read", "Read blocks of a disk");
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<TransferOptions>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
   add_number_option(*parser, "--lba", "Address of the first block", options->lba)->required();
   add_number_option(*parser, "--count", "Number of blocks", options->count)->required();

@@ -10,8 +10,8 @@ Json sense_json(const std::optional<Sense> &sense) {
   return {{"key", sense->key}, {"asc", sense->asc}, {"ascq", sense->ascq}};
 }
 
-View readiness_view(const Device &device, const Readiness &readiness, const Columns &columns) {
-  return {columns.line(Prefix(""), {device.name(), readiness.words()}),
+View readiness_view(const Device &device, const Readiness &readiness) {
+  return {readiness.words(),
           {{"node", device.name()},
            {"ready", readiness.ready},
            {"reason", readiness.ready ? Json() : Json(readiness.reason)},
@@ -19,19 +19,16 @@ View readiness_view(const Device &device, const Readiness &readiness, const Colu
 }
 
 void run(Context &context, const std::vector<std::string> &nodes) {
-  Columns columns;
-  for (const std::string &node : nodes)
-    columns.measure({escaped(node), ""});
-  context.show_each(nodes, [&](Device &device) {
+  context.show_lines(nodes, [&](Device &device) {
     const Readiness readiness = test_unit_ready(device);
     if (!readiness.ready) context.fail();
-    return readiness_view(device, readiness, columns);
+    return readiness_view(device, readiness);
   });
 }
 
 }  // namespace
 
-Command add_ready(CLI::App &app, Context &context) {
+Subcommand add_ready(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("ready", "Ask devices whether they can accept commands");
   const auto nodes = std::make_shared<std::vector<std::string>>();
   parser->add_option("NODE", *nodes, "Device nodes")->required()->option_text("...");

@@ -1,9 +1,9 @@
 // kzddl reservations: the persistent reservations of a logical unit, and changes to them.
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 
 #include "tools/app.h"
+#include "tools/options.h"
 #include "tools/reservations.h"
 
 namespace tool {
@@ -35,16 +35,6 @@ struct Options {
   std::optional<std::uint8_t> type;
   bool ignore = false;
 };
-
-std::uint64_t parse_key(const std::string &name, std::string_view text) {
-  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-  std::uint64_t key = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), key, 16);
-  if (error != std::errc{} || end != text.data() + text.size()) {
-    throw CLI::ValidationError(name, "expected a key of 1 to 16 hexadecimal digits");
-  }
-  return key;
-}
 
 std::uint8_t parse_type(const std::string &word) {
   const std::optional<std::uint8_t> type = reservation_type(word);
@@ -86,26 +76,9 @@ void run(const Context &context, const Options &options) {
   context.print(reservations_view(device, read_reservations(device)));
 }
 
-void add_key_option(CLI::App &parser, const std::string &names, const std::string &description,
-                    std::optional<std::uint64_t> &key) {
-  const std::string name = names.substr(0, names.find(','));
-  parser
-      .add_option_function<std::string>(
-          names, [name, &key](const std::string &text) { key = parse_key(name, text); },
-          description)
-      ->option_text("HEX");
-}
-
-std::vector<std::string> action_names() {
-  std::vector<std::string> names;
-  for (const Action &action : actions)
-    names.emplace_back(action.name);
-  return names;
-}
-
 }  // namespace
 
-Command add_reservations(CLI::App &app, Context &context) {
+Subcommand add_reservations(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("reservations", "Show or change persistent reservations");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
@@ -113,7 +86,7 @@ Command add_reservations(CLI::App &app, Context &context) {
       ->add_option("ACTION", options->action,
                    "register, reserve, release, clear or preempt; without\n"
                    "it nothing is changed")
-      ->check(CLI::IsMember(action_names()))
+      ->check(CLI::IsMember(names_of(actions)))
       ->option_text(" ");
   add_key_option(*parser, "--key", "The key that this host is registered with", options->key);
   add_key_option(*parser, "--new-key,--service-key",

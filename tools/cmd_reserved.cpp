@@ -4,7 +4,7 @@
 
 namespace tool {
 
-Command add_reserved(CLI::App &app, Context &context) {
+Subcommand add_reserved(CLI::App &app, Context &context) {
   CLI::App *parser =
       app.add_subcommand("reserved", "Ask whether another host has devices for itself");
   const auto nodes = std::make_shared<std::vector<std::string>>();
@@ -17,14 +17,10 @@ Command add_reserved(CLI::App &app, Context &context) {
       "  kzddl reserved --route direct /dev/sda\n"
       "  kzddl --sim reserved /dev/sda /dev/sdb --json");
   return {parser, [&context, nodes] {
-            Columns columns;
-            for (const std::string &node : *nodes)
-              columns.measure({escaped(node), ""});
-            context.show_each(*nodes, [&](Device &device) -> View {
+            context.show_lines(*nodes, [&](Device &device) -> View {
               const bool reserved = is_reserved_elsewhere(device);
               if (reserved) context.fail();
-              return {columns.line(Prefix(""),
-                                   {device.name(), reserved ? "reserved by another host" : "free"}),
+              return {reserved ? "reserved by another host" : "free",
                       {{"node", device.name()}, {"reserved", reserved}}};
             });
           }};

@@ -2,6 +2,7 @@
 #include "capture/capture.h"
 #include "tools/app.h"
 #include "tools/command.h"
+#include "tools/options.h"
 #include "tools/output.h"
 
 namespace tool {
@@ -18,33 +19,27 @@ struct Options {
   Bytes cdb;
   std::uint32_t in_length = 0;
   std::string out_file;
+  std::string out_hex_file;
   ByteFormat format = ByteFormat::decoded;
 };
 
-Bytes parse_cdb(const std::string &text) {
-  Bytes cdb;
-  try {
-    cdb = capture::parse_hex(text);
-  } catch (const capture::Error &error) {
-    throw CLI::ValidationError("--cdb", error.what());
-  }
-  if (cdb.size() < min_cdb_size || cdb.size() > max_cdb_size) {
-    throw CLI::ValidationError("--cdb", "a CDB has 6 to 255 bytes");
-  }
-  return cdb;
+bool sends_data(const Options &options) {
+  return !options.out_file.empty() || !options.out_hex_file.empty();
 }
 
-Bytes data_to_send(const std::string &file) {
+/// Nothing is guessed here: what looks like digits may be meant as it is.
+Bytes data_to_send(const Options &options) {
   try {
-    return capture::load(file);
+    return options.out_file.empty() ? capture::load_hex(options.out_hex_file)
+                                    : capture::load_raw(options.out_file);
   } catch (const capture::Error &error) {
     throw Error::usage(fmt::format("send: {}", error.what()));
   }
 }
 
 Data prepare_data(const Options &options, Bytes &buffer) {
-  if (!options.out_file.empty()) {
-    buffer = data_to_send(options.out_file);
+  if (sends_data(options)) {
+    buffer = data_to_send(options);
     if (buffer.size() > max_data_size) throw Error::usage("send: over 64 MiB of data");
     return {Data::Direction::to_device, buffer};
   }
@@ -64,6 +59,9 @@ View completion_view(const Device &device, const Options &options, ByteSpan rece
 }
 
 void run(const Context &context, const Options &options) {
+  if (options.cdb.size() < min_cdb_size || options.cdb.size() > max_cdb_size) {
+    throw Error::usage("--cdb: a CDB has 6 to 255 bytes");
+  }
   Bytes buffer;
   const Data data = prepare_data(options, buffer);
   Device device(options.node);
@@ -72,6 +70,7 @@ void run(const Context &context, const Options &options) {
   const bool reads = data.direction == Data::Direction::from_device;
   const ByteSpan received = ByteSpan(buffer).first(reads ? completion.transferred : 0);
   if (options.format != ByteFormat::decoded) {
+    context.require_text("send");
     print_bytes(received, options.format,
                 fmt::format("CDB {}, {}", hex(options.cdb), device.name()));
   } else {
@@ -81,22 +80,24 @@ void run(const Context &context, const Options &options) {
 
 }  // namespace
 
-Command add_send(CLI::App &app, Context &context) {
+Subcommand add_send(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("send", "Send any command to a device");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
-  parser
-      ->add_option_function<std::string>(
-          "--cdb", [options](const std::string &text) { options->cdb = parse_cdb(text); },
-          "Command descriptor block, such as \"12 00 00 00 60 00\"")
-      ->required()
-      ->option_text("HEX");
+  add_bytes_option(*parser, "--cdb", "Command descriptor block, such as \"12 00 00 00 60 00\"",
+                   options->cdb)
+      ->required();
   auto *in = parser->add_option("--in", options->in_length, "Bytes to read from the device");
   in->check(CLI::Range(std::uint32_t{0}, max_data_size))->option_text("N");
   auto *out = parser->add_option("--out", options->out_file,
-                                 "Data for the device: raw bytes, or hexadecimal digits\n"
-                                 "with \"#\" comments; \"-\" is standard input");
+                                 "Bytes for the device; \"-\" is standard input");
   out->option_text("FILE")->excludes(in);
+  parser
+      ->add_option("--out-hex", options->out_hex_file,
+                   "The same, as hexadecimal digits with \"#\" comments")
+      ->option_text("FILE")
+      ->excludes(in)
+      ->excludes(out);
   add_format_options(*parser, options->format);
   parser->footer(
       "The command reaches the device as it stands, whatever it does there.\n\n"

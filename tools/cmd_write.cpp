@@ -2,16 +2,14 @@
 #include <algorithm>
 
 #include "tools/app.h"
+#include "tools/file.h"
+#include "tools/options.h"
 #include "tools/transfer.h"
 
 namespace tool {
 namespace {
 
-struct Options {
-  std::string node;
-  std::optional<std::uint64_t> lba;
-  std::optional<std::uint64_t> count;
-  std::string file = "-";
+struct Options : TransferOptions {
   bool yes = false;
 };
 
@@ -92,7 +90,7 @@ void run(const Context &context, const Options &options) {
 
 }  // namespace
 
-Command add_write(CLI::App &app, Context &context) {
+Subcommand add_write(CLI::App &app, Context &context) {
   CLI::App *parser = app.add_subcommand("write", "Overwrite blocks of a disk");
   const auto options = std::make_shared<Options>();
   parser->add_option("NODE", options->node, "Device node")->required()->option_text(" ");
@@ -102,7 +100,8 @@ Command add_write(CLI::App &app, Context &context) {
   parser
       ->add_option("--in", options->file, "What is written; \"-\" (the default) is standard input")
       ->option_text("FILE");
-  parser->add_flag("--yes", options->yes, "Overwrite, without it nothing is")->option_text(" ");
+  parser->add_flag("--yes", options->yes, "Allow it: nothing is written without this")
+      ->option_text(" ");
   parser->footer(
       "Numbers may be hexadecimal, with 0x. The input must be whole blocks: a file is\n"
       "looked at before anything is written, a pipe as it goes.\n\n"

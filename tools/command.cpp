@@ -1,10 +1,15 @@
 #include "tools/command.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 
+#include "base/descriptor.h"
+#include "base/driver.h"
 #include "kzddl/kzscsi.h"
 #include "kzddl/kzscsilib.h"
 #include "tools/error.h"
@@ -14,12 +19,27 @@ namespace {
 
 constexpr std::int16_t status_not_written = -1;
 
-constexpr char no_control_node[] =
-    "cannot open the control node /dev/kz/joxconfig (--route direct does without)";
+/// Why the control node cannot be opened; empty when it can be.
+std::string no_control_node() {
+  kzddl::Descriptor control;
+  if (control.open(kzddl::control_node, O_RDWR)) return {};
+  if (errno == ENOENT) {
+    return fmt::format(
+        "there is no control node {} (kzcontrold makes one, --route direct does "
+        "without)",
+        kzddl::control_node);
+  }
+  return fmt::format("cannot open the control node {}: {}", kzddl::control_node,
+                     std::strerror(errno));
+}
+
+std::string error_words(int error) {
+  return error == ENOTTY ? "not a SCSI device" : std::strerror(error);
+}
 
 /// Words for a request that never got to the device.
 [[noreturn]] void throw_not_sent(const Device &device, std::string_view operation, int error) {
-  throw Error(operation, device.name(), std::strerror(error));
+  throw Error(operation, device.name(), error_words(error));
 }
 
 /// IA-64 reports in the result alone: an errno, or the negated SCSI status.
@@ -41,7 +61,9 @@ std::size_t transferred(const uscsi_cmd &request) {
 bool is_direct_route() { return std::strcmp(scsi_version, "32") == 0; }
 
 std::string Completion::reason() const {
-  if (status == scsi_status::good) return host_status_words(combined);
+  if (status == scsi_status::good) {
+    return sense ? sense_words(*sense) : host_status_words(combined);
+  }
   std::string words = scsi_status_words(status);
   if (sense) words += ", " + sense_words(*sense);
   return words;
@@ -60,6 +82,7 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data,
   request.uscsi_rqbuf = sense.data();
   request.uscsi_rqlen = static_cast<std::uint8_t>(sense.size());
 
+  errno = 0;
   const int result = do_scsi(device.path(), &request);
   const int error = errno;
   if (request.uscsi_status == status_not_written) {
@@ -67,8 +90,10 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data,
     return legacy_completion(result, data);
   }
   if (result < 0) throw_not_sent(device, operation, error);
-  if (result == ENODEV && !is_direct_route() && request.uscsi_status == scsi_status::good) {
-    throw Error(operation, device.name(), no_control_node);
+  // A medium error that the host adapter found has the same number, but is no failed call.
+  if (result == ENODEV && error != 0 && !is_direct_route() &&
+      request.uscsi_status == scsi_status::good) {
+    require_control_node(device, operation);
   }
   const std::size_t sense_size = std::min<std::size_t>(request.uscsi_rqresid, sense.size());
   return {.status = static_cast<std::uint8_t>(request.uscsi_status),
@@ -77,9 +102,23 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data,
           .sense = parse_sense(ByteSpan(sense).first(sense_size))};
 }
 
+void require_control_node(const Device &device, std::string_view operation) {
+  if (is_direct_route()) return;
+  const std::string reason = no_control_node();
+  if (!reason.empty()) throw Error(operation, device.name(), reason);
+}
+
+void require_control_node(std::string_view operation) {
+  if (is_direct_route()) return;
+  const std::string reason = no_control_node();
+  if (!reason.empty()) throw Error::failure(fmt::format("{}: {}", operation, reason));
+}
+
 std::string result_words(int result) {
-  if (result > 0) return std::strerror(result);
-  if (result == -ENODEV && !is_direct_route()) return no_control_node;
+  if (result > 0) return error_words(result);
+  if (result == -ENODEV && !is_direct_route()) {
+    if (std::string reason = no_control_node(); !reason.empty()) return reason;
+  }
   if (ddl_is_arch_ia64() == 0) return combined_status_words(static_cast<unsigned>(-result));
   return result == -1 ? "the device announces no data"
                       : scsi_status_words(static_cast<std::uint8_t>(-result));

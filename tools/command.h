@@ -42,6 +42,11 @@ bool is_direct_route();
 /// Sends `cdb`. Throws Error, which names `operation`, when it cannot be handed to the device.
 Completion send_command(Device &device, ByteSpan cdb, const Data &data, std::string_view operation);
 
+// Where commands go through the control node and that cannot be opened, both throw Error, which
+// names `operation`: for a failure whose result may mean either, and before many nodes are asked.
+void require_control_node(const Device &device, std::string_view operation);
+void require_control_node(std::string_view operation);
+
 /// What a result of the library's command families says: 0 aside, errno of a failed call, or
 /// a negated status.
 std::string result_words(int result);

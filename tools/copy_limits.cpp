@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <iterator>
 #include <limits>
@@ -11,18 +10,14 @@
 #include "base/bytes.h"
 #include "base/memory.h"
 #include "tools/error.h"
+#include "tools/mode_sense.h"
 #include "tools/query.h"
 
 namespace tool {
 namespace {
 
-struct CodeName {
-  std::uint8_t code;
-  std::string_view words;
-};
-
 /// Segment descriptors are below C0h, target descriptors from E0h on.
-constexpr CodeName descriptor_types[] = {
+constexpr Word<std::uint8_t> descriptor_types[] = {
     {0x00, "block to stream"},
     {0x01, "stream to block"},
     {0x02, "block to block"},
@@ -49,8 +44,8 @@ constexpr CodeName descriptor_types[] = {
 };
 
 std::string descriptor_type_words(std::uint8_t code) {
-  const auto *found = std::ranges::find(descriptor_types, code, &CodeName::code);
-  return found != std::end(descriptor_types) ? std::string(found->words) : "unknown";
+  const auto *type = find_code(descriptor_types, code);
+  return type ? std::string(type->text) : "unknown";
 }
 
 /// "268435456 bytes (256 MiB)".
@@ -104,9 +99,9 @@ rcr_oper_parm read_copy_limits(Device &device) {
   const kzddl::Owned<rcr_oper_parm> owner(record);
   if (result == 0) return *record;
   // Neither command told: MODE SENSE, the last one tried, says why.
-  constexpr std::uint8_t size = 255;
-  constexpr std::array<std::uint8_t, 6> mode_sense_cdb{0x1A, 0, 0x4E, 0, size};
-  ask(device, "copy-limits", mode_sense_cdb, size, {});
+  constexpr ModeQuestion question{.page = 0x0E, .values = ModeValues::changeable};
+  const auto cdb = mode_sense_cdb(question);
+  ask(device, "copy-limits", cdb, cdb[4], {});
   throw Error("copy-limits", device.name(), "the device's mode page 0Eh is too short");
 }
 

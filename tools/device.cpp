@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,14 +13,15 @@
 #include <cstring>
 #include <memory>
 
+#include "base/driver.h"
 #include "tools/error.h"
 #include "tools/text.h"
 
 namespace tool {
 namespace {
 
-constexpr std::string_view block_directory = "/dev/kz/jox";
-constexpr std::string_view raw_directory = "/dev/kz/rjox";
+using kzddl::block_directory;
+using kzddl::raw_directory;
 
 struct CloseFile {
   void operator()(std::FILE *file) const { std::fclose(file); }
@@ -32,6 +34,12 @@ struct CloseDirectory {
 bool lies_in(std::string_view node, std::string_view directory) {
   return node.size() > directory.size() + 1 && node.starts_with(directory) &&
          node[directory.size()] == '/';
+}
+
+/// "1:0:0:3".
+bool is_address(std::string_view name) {
+  return std::count(name.begin(), name.end(), ':') == 3 &&
+         name.find_first_not_of("0123456789:") == std::string_view::npos;
 }
 
 /// "sda" and "sdaa", not the partition "sda1".
@@ -59,7 +67,7 @@ std::vector<std::string> disks() {
 
 std::vector<std::string> multipath_nodes() {
   std::vector<std::string> nodes;
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(raw_directory.data()));
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(raw_directory));
   if (directory == nullptr) return nodes;
   while (const dirent *entry = readdir(directory.get())) {
     const std::string_view name = entry->d_name;
@@ -81,12 +89,23 @@ Device::Device(const std::string &node) : name_(escaped(node)) {
   std::memcpy(path_.devname, node.c_str(), node.size() + 1);
   path_.dev = status.st_rdev;
   path_.blkdev = status.st_rdev;
+  is_block_ = S_ISBLK(status.st_mode);
 }
 
 std::string DeviceNumber::text() const { return fmt::format("{}:{}", major, minor); }
 
 DeviceNumber Device::number() const {
   return {.major = gnu_dev_major(path_.dev), .minor = gnu_dev_minor(path_.dev)};
+}
+
+std::string Device::address() const {
+  const std::string link =
+      fmt::format("/sys/dev/{}/{}/device", is_block_ ? "block" : "char", number().text());
+  std::array<char, 256> target;
+  const ssize_t size = readlink(link.c_str(), target.data(), target.size());
+  std::string name(target.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+  name.erase(0, name.rfind('/') + 1);
+  return is_address(name) ? name : "";
 }
 
 bool is_multipath(std::string_view node) {

@@ -27,9 +27,13 @@ class Device {
   /// The node's name as it is shown.
   const std::string &name() const { return name_; }
   DeviceNumber number() const;
+  /// What the kernel calls the device behind the node: host, channel, target and unit, "1:0:0:3".
+  /// Empty where it is none of the kernel's SCSI devices.
+  std::string address() const;
 
  private:
   odh path_{};
+  bool is_block_ = false;
   std::string name_;
 };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "base/bytes.h"
 #include "kzddl/kzmisc_identity.h"
 #include "tools/capacity.h"
 #include "tools/device.h"
@@ -33,39 +32,22 @@ Readiness readiness_of(Device &device) {
   }
 }
 
-/// "port group 1, port 2": the target port that a path leads to, as far as its Device
-/// Identification page tells.
-std::string port_words(ByteSpan page) {
-  constexpr std::uint8_t target_port = 1;  // association
-  constexpr std::uint8_t relative_port = 4;
-  constexpr std::uint8_t port_group = 5;
-  std::string group;
-  std::string port;
-  for (const Designator &designator : designators(page)) {
-    if (designator.association() != target_port || designator.bytes.size() != 4) continue;
-    const unsigned number = kzddl::load_be16(designator.bytes.data() + 2);
-    if (designator.type() == port_group) group = fmt::format("port group {}", number);
-    if (designator.type() == relative_port) port = fmt::format("port {}", number);
-  }
-  return group + (group.empty() || port.empty() ? "" : ", ") + port;
-}
-
-/// The Device Identification page of a path, empty where there is none. A multipath node leads to
-/// a port at one time and to another at another.
-std::vector<std::uint8_t> port_page(Device &device, const Identity &identity) {
+/// The target port that a path leads to. A multipath node leads to one at one time and to another
+/// at another.
+OwnPort port_of(Device &device, const Identity &identity) {
   if (is_multipath(device.path()->devname) || identity.kind == KZDDL_NO_DESIGNATOR) return {};
   try {
-    return read_inquiry(device, vpd::device_identification);
+    return own_port(read_inquiry(device, vpd::device_identification));
   } catch (const Error &) {
     return {};
   }
 }
 
-std::optional<AccessPath> access_of(Device &device, ByteSpan inquiry, ByteSpan page) {
+std::optional<AccessPath> access_of(Device &device, ByteSpan inquiry, const OwnPort &port) {
   constexpr std::uint8_t has_port_groups = 0x30;
-  if (page.empty() || inquiry.size() < 6 || (inquiry[5] & has_port_groups) == 0) return {};
+  if (inquiry.size() < 6 || (inquiry[5] & has_port_groups) == 0) return {};
   try {
-    return access_path(device, page);
+    return access_path(device, port);
   } catch (const Error &) {
     return {};
   }
@@ -88,16 +70,17 @@ Disk survey(const std::string &node) {
     throw Error("inquiry", device.name(), "there is no logical unit at this address");
   }
   const Identity identity = identify_or_name(device);
-  const std::vector<std::uint8_t> page = port_page(device, identity);
+  const OwnPort port = port_of(device, identity);
   Disk disk{.node = node,
             .identity = identity,
             .device_type = device_type_words(inquiry[0] & 0x1F),
             .vendor = field(inquiry, 8, 8),
             .product = field(inquiry, 16, 16),
             .revision = field(inquiry, 32, 4),
-            .controller = port_words(page),
+            .controller = port.words(),
             .number = device.number(),
-            .access = access_of(device, inquiry, page),
+            .address = device.address(),
+            .access = access_of(device, inquiry, port),
             .readiness = readiness_of(device)};
   constexpr std::uint8_t direct_access = 0;
   if (disk.readiness.ready && (inquiry[0] & 0x1F) == direct_access) measure(disk, device);

@@ -95,8 +95,9 @@ class Drawing {
     const std::string mark =
         path.readiness.ready ? ""
                              : fmt::format(", color=\"{0}\", fontcolor=\"{0}\"", not_ready_color);
-    nodes_ += fmt::format("  {} [fillcolor=\"{}\", label={}, tooltip={}{}];\n", id, color,
-                          quoted({path.node}), quoted({path.readiness.words()}), mark);
+    nodes_ +=
+        fmt::format("  {} [fillcolor=\"{}\", label={}, tooltip={}{}];\n", id, color,
+                    quoted({path.node}), quoted({path.address, path.readiness.words()}), mark);
     return id;
   }
 

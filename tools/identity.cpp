@@ -2,9 +2,12 @@
 
 #include <array>
 
+#include "base/designators.h"
 #include "kzddl/kzmisc_identity.h"
 #include "tools/command.h"
 #include "tools/error.h"
+#include "tools/inquiry.h"
+#include "tools/vpd.h"
 
 namespace tool {
 namespace {
@@ -13,28 +16,41 @@ using LunId = std::array<char, KZDDL_LUN_ID_SIZE>;
 
 std::string cabinet_of(Device &device) {
   std::array<char, KZDDL_CABINET_ID_SIZE> serial{};
-  return get_cabinet_id(device.path(), serial.data()) == 0 ? serial.data() : std::string();
+  if (get_cabinet_id(device.path(), serial.data()) != 0) return {};
+  const std::string_view text = serial.data();
+  return std::string(text.substr(0, text.find_last_not_of(' ') + 1));
+}
+
+/// The result of get_lun_id: not 0 when the device does not list its pages.
+int ask_identity(Device &device, Identity &identity) {
+  LunId id{};
+  unsigned char kind = 0;
+  const int result =
+      get_lun_id(device.path(), vpd::supported_pages, id.data(), &kind, device.path()->devname);
+  if (result == 0) {
+    identity = {.identifier = id.data(), .kind = kind, .cabinet = cabinet_of(device)};
+  }
+  return result;
 }
 
 }  // namespace
 
 Identity identify(Device &device) {
-  LunId id{};
-  unsigned char kind = 0;
-  const int result = get_lun_id(device.path(), 0, id.data(), &kind, device.path()->devname);
-  if (result != 0) throw Error("identify", device.name(), result_words(result));
-  return {.identifier = id.data(), .kind = kind, .cabinet = cabinet_of(device)};
+  Identity identity;
+  const int result = ask_identity(device, identity);
+  if (result == 0) return identity;
+  // Asked once more by itself, the list tells why it does not come.
+  if (result < 0) read_inquiry(device, vpd::supported_pages, "identify");
+  throw Error("identify", device.name(), result_words(result));
 }
 
 Identity identify_or_name(Device &device) {
-  try {
-    return identify(device);
-  } catch (const Error &) {
-    LunId id{};
-    unsigned char kind = 0;
-    fake_lun_id(device.path()->devname, &kind, id.data());
-    return {.identifier = id.data(), .kind = kind, .cabinet = {}};
-  }
+  Identity identity;
+  if (ask_identity(device, identity) == 0) return identity;
+  LunId id{};
+  unsigned char kind = 0;
+  fake_lun_id(device.path()->devname, &kind, id.data());
+  return {.identifier = id.data(), .kind = kind, .cabinet = {}};
 }
 
 bool names_unit(const Identity &identity) {
@@ -42,9 +58,9 @@ bool names_unit(const Identity &identity) {
   constexpr unsigned association_mask = 0x30;  // 0: the logical unit
   if ((identity.kind & association_mask) != 0) return false;
   switch (identity.kind & 0x0F) {
-    case 0x4:  // relative target port
-    case 0x5:  // target port group
-    case 0x6:  // logical unit group
+    case kzddl::Designator::relative_port:
+    case kzddl::Designator::port_group:
+    case kzddl::Designator::unit_group:
     case 0x9:  // protocol specific port
       return false;
     default:

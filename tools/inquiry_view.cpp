@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <string_view>
 
 #include "base/bytes.h"
+#include "base/designators.h"
+#include "tools/block_pages.h"
+#include "tools/inquiry.h"
 #include "tools/scsi_words.h"
 #include "tools/vpd.h"
 
@@ -132,8 +134,17 @@ void add_serial_number(ViewBuilder &view, const VpdPage &page) {
   view.value("hex", hex(page.body));
 }
 
+/// Ports and groups are numbers, which other commands show in decimal.
+bool is_number(const Designator &designator) {
+  using Types = kzddl::Designator;
+  return designator.type() >= Types::relative_port && designator.type() <= Types::unit_group &&
+         designator.bytes.size() == 4;
+}
+
 std::string designator_text(const Designator &designator) {
   std::string text = designator.is_text() ? field_text(designator.bytes) : hex(designator.bytes);
+  if (is_number(designator))
+    text += fmt::format(" ({})", kzddl::load_be32(designator.bytes.data()));
   if (designator.cut_short()) {
     text += fmt::format(" (cut short: {} of {})", designator.bytes.size(),
                         counted(designator.announced, "byte"));
@@ -191,7 +202,7 @@ void add_designators(ViewBuilder &view, ByteSpan reply) {
 }  // namespace
 
 View standard_inquiry_view(ByteSpan reply) {
-  constexpr std::size_t header_size = 5;
+  constexpr std::size_t header_size = standard_inquiry_header_size;
   const std::size_t announced = reply.size() < header_size ? header_size : header_size + reply[4];
   const ByteSpan data = reply.first(std::min(reply.size(), announced));
   ViewBuilder view(fmt::format("Standard inquiry data, {}", counted(data.size(), "byte")));
@@ -215,6 +226,15 @@ View vpd_view(ByteSpan reply) {
       break;
     case vpd::device_identification:
       add_designators(view, reply);
+      break;
+    case vpd::block_limits:
+      add_block_limits(view, page);
+      break;
+    case vpd::block_characteristics:
+      add_block_characteristics(view, page);
+      break;
+    case vpd::provisioning:
+      add_provisioning(view, page);
       break;
     default:
       view.append(hex_dump(page.body));

@@ -2,8 +2,6 @@
 // as they go, and say so.
 #pragma once
 
-#include <cstdint>
-
 #include "tools/text.h"
 #include "tools/view.h"
 

@@ -1,6 +1,5 @@
 #include "tools/mode_sense.h"
 
-#include <array>
 #include <cerrno>
 
 #include "base/memory.h"
@@ -12,14 +11,6 @@ namespace tool {
 namespace {
 
 constexpr std::uint8_t allocation_length = 255;
-
-using Cdb = std::array<std::uint8_t, 6>;
-
-Cdb mode_sense_cdb(const ModeQuestion &question) {
-  const auto control = static_cast<unsigned>(question.values);
-  return {0x1A, 0, static_cast<std::uint8_t>(control << 6 | question.page), question.subpage,
-          allocation_length};
-}
 
 /// The family's function for the question; none for a subpage on the direct route, which only
 /// the control node carries.
@@ -40,8 +31,15 @@ Family family_for(Device &device, const ModeQuestion &question) {
 
 }  // namespace
 
-std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &question) {
-  return ask(device, "modes", mode_sense_cdb(question), allocation_length,
+std::array<std::uint8_t, 6> mode_sense_cdb(const ModeQuestion &question) {
+  const auto control = static_cast<unsigned>(question.values);
+  return {opcode::mode_sense_6, 0, static_cast<std::uint8_t>(control << 6 | question.page),
+          question.subpage, allocation_length};
+}
+
+std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &question,
+                                     std::string_view operation) {
+  return ask(device, operation, mode_sense_cdb(question), allocation_length,
              family_for(device, question));
 }
 

@@ -1,7 +1,9 @@
 // MODE SENSE (6): mode parameters asked of a device, and what its refusal says.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "tools/device.h"
@@ -19,8 +21,12 @@ struct ModeQuestion {
   ModeValues values = ModeValues::current;
 };
 
-/// The mode parameter list, at most 255 bytes of it. Throws Error.
-std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &question);
+/// Asks for at most 255 bytes.
+std::array<std::uint8_t, 6> mode_sense_cdb(const ModeQuestion &question);
+
+/// The mode parameter list, at most 255 bytes of it. Throws Error, which names `operation`.
+std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &question,
+                                     std::string_view operation = "modes");
 
 /// Does another host keep this one from asking? Throws Error when the device does not answer for
 /// another reason.

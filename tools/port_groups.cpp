@@ -18,7 +18,7 @@ namespace tool {
 namespace {
 
 constexpr int reply_size = 255;
-constexpr unsigned no_number = 0x10000;  // more than any group or port has
+constexpr unsigned no_number = 0x10000;  ///< more than any group or port has
 
 struct StateName {
   std::uint8_t code;
@@ -57,9 +57,9 @@ Columns::Row row_of(const PortGroup &group) {
           group.ports.empty() ? "none" : fmt::format("{}", fmt::join(group.ports, ", "))};
 }
 
-Json json_of(const PortGroup &group, const std::optional<OwnPort> &own) {
+Json json_of(const PortGroup &group, const OwnPort &own) {
   return {{"group", group.number},
-          {"own", own ? Json(own->group == group.number) : Json()},
+          {"own", own.group ? Json(own.group == group.number) : Json()},
           {"access_state", access_state_words(group.state)},
           {"access_state_code", group.state},
           {"preferred", group.preferred},
@@ -69,9 +69,18 @@ Json json_of(const PortGroup &group, const std::optional<OwnPort> &own) {
           {"supported_states", supported_states(group)}};
 }
 
+/// What the mark in the table means, or why there is none.
+std::string own_group_note(const OwnPort &own, bool is_marked) {
+  if (!is_marked)
+    return fmt::format("  The group of this node, {}, is not among them.\n", *own.group);
+  const std::string port =
+      own.relative_port ? fmt::format(", which leads to port {}", *own.relative_port) : "";
+  return fmt::format("* the group of this node{}\n", port);
+}
+
 /// MAINTENANCE IN or OUT with the service action for target port groups.
-std::array<std::uint8_t, 12> port_groups_cdb(std::uint8_t opcode, std::size_t length) {
-  std::array<std::uint8_t, 12> cdb{opcode, 0x0A};
+std::array<std::uint8_t, 12> port_groups_cdb(std::uint8_t code, std::size_t length) {
+  std::array<std::uint8_t, 12> cdb{code, 0x0A};
   kzddl::store_be32(&cdb[6], static_cast<std::uint32_t>(length));
   return cdb;
 }
@@ -106,9 +115,8 @@ PortGroups::PortGroups(ByteSpan reply) {
 }
 
 std::string access_state_words(std::uint8_t state) {
-  const auto *found = std::ranges::find(states, state, &StateName::code);
-  return found != std::end(states) ? std::string(found->words)
-                                   : fmt::format("reserved {:X}h", state);
+  const auto *name = find_code(states, state);
+  return name ? std::string(name->words) : fmt::format("reserved {:X}h", state);
 }
 
 std::uint8_t access_state_from_words(std::string_view words) {
@@ -124,11 +132,12 @@ std::string AccessPath::words() const {
 }
 
 std::vector<std::uint8_t> read_port_groups(Device &device) {
-  std::vector<std::uint8_t> reply = ask(device, "groups", port_groups_cdb(0xA3, reply_size),
-                                        reply_size, [&device](int *length, unsigned char **data) {
-                                          *length = reply_size;
-                                          return negated(do_rtpg(device.path(), data));
-                                        });
+  std::vector<std::uint8_t> reply =
+      ask(device, "groups", port_groups_cdb(opcode::maintenance_in, reply_size), reply_size,
+          [&device](int *length, unsigned char **data) {
+            *length = reply_size;
+            return negated(do_rtpg(device.path(), data));
+          });
   reply.resize(reply_size);
   return reply;
 }
@@ -139,56 +148,62 @@ void set_port_groups(Device &device, const std::vector<RequestedState> &requeste
     list.insert(list.end(), {state, 0, static_cast<std::uint8_t>(group >> 8),
                              static_cast<std::uint8_t>(group)});
   }
-  tell(device, "groups --set", port_groups_cdb(0xA4, list.size()), list, [&] {
+  tell(device, "groups --set", port_groups_cdb(opcode::maintenance_out, list.size()), list, [&] {
     const auto length = static_cast<std::uint32_t>(list.size());
     return negated(do_stpg(device.path(), list.data(), length));
   });
 }
 
-std::optional<OwnPort> own_port(ByteSpan page83) {
+std::string OwnPort::words() const {
+  return fmt::format("{}{}{}", group ? fmt::format("port group {}", *group) : "",
+                     group && relative_port ? ", " : "",
+                     relative_port ? fmt::format("port {}", *relative_port) : "");
+}
+
+OwnPort own_port(ByteSpan page83) {
   std::array<unsigned char, reply_size> page{};
   std::copy_n(page83.begin(), std::min(page83.size(), page.size()), page.begin());
-  OwnPort own{.group = no_number, .relative_port = no_number};
-  unsigned unit_group = 0;
-  get_dev_id_page(page.data(), nullptr, &own.group, &own.relative_port, &unit_group);
-  // Both numbers have 16 bits behind two reserved bytes.
-  if (own.group >= no_number || own.relative_port >= no_number) return std::nullopt;
+  unsigned group = no_number;
+  unsigned relative_port = no_number;
+  unsigned unit_group = no_number;
+  get_dev_id_page(page.data(), nullptr, &group, &relative_port, &unit_group);
+  // Numbers have 16 bits behind two reserved bytes.
+  OwnPort own;
+  if (group < no_number) own.group = group;
+  if (relative_port < no_number) own.relative_port = relative_port;
   return own;
 }
 
-std::optional<AccessPath> access_path(Device &device, ByteSpan page83) {
-  const std::optional<OwnPort> own = own_port(page83);
-  if (!own) return std::nullopt;
+std::optional<AccessPath> access_path(Device &device, const OwnPort &own) {
+  if (!own.group) return std::nullopt;
   const std::vector<std::uint8_t> reply = read_port_groups(device);
-  const int group = static_cast<int>(own->group);
+  const int group = static_cast<int>(*own.group);
   const int state = get_owner_state(reply.data(), group);
   if (state < 0) return std::nullopt;
-  return AccessPath{.group = own->group,
+  return AccessPath{.group = *own.group,
                     .state = static_cast<std::uint8_t>(state),
                     .preferred = get_pref_state(reply.data(), group) != 0};
 }
 
-void show_port_groups(ViewBuilder &view, const PortGroups &reply,
-                      const std::optional<OwnPort> &own) {
+void show_port_groups(ViewBuilder &view, const PortGroups &reply, const OwnPort &own) {
   const Columns::Row heads = {"Group", "Access state", "Preferred", "Status", "Ports"};
   Columns columns;
   columns.measure(heads);
   for (const PortGroup &group : reply.groups)
     columns.measure(row_of(group));
   if (!reply.groups.empty()) view.append(columns.line(Prefix("  "), heads));
+  bool found_own = false;
   Json list = Json::array();
   for (const PortGroup &group : reply.groups) {
-    const bool is_own = own && own->group == group.number;
+    const bool is_own = own.group == group.number;
+    found_own |= is_own;
     view.append(columns.line({is_own ? "* " : "  ", "  "}, row_of(group)));
     view.append(paragraph(Prefix(std::string(9, ' ')), "supports " + supported_words(group)));
     list.push_back(json_of(group, own));
   }
-  if (own) {
-    view.append(
-        fmt::format("* the group of this node, which leads to port {}\n", own->relative_port));
-  }
-  view.value("own_group", own ? Json(own->group) : Json());
-  view.value("own_port", own ? Json(own->relative_port) : Json());
+  if (own.group) view.append(own_group_note(own, found_own));
+  view.value("own_group", json_or_null(own.group));
+  view.value("own_port", json_or_null(own.relative_port));
   view.value("groups", std::move(list));
   view.size(reply.present, reply.announced);
 }
@@ -201,7 +216,7 @@ View captured_port_groups_view(ByteSpan reply) {
   }
   ViewBuilder view(fmt::format("{}, {}", counted(groups.groups.size(), "target port group"),
                                counted(groups.present, "byte")));
-  show_port_groups(view, groups, std::nullopt);
+  show_port_groups(view, groups, {});
   return view.build();
 }
 

@@ -35,10 +35,13 @@ struct PortGroups {
   std::size_t present = 0;                ///< those of them that are here
 };
 
-/// The group and the port that a node leads to.
+/// The group and the port that a node leads to, as far as its device tells.
 struct OwnPort {
-  unsigned group = 0;
-  unsigned relative_port = 0;
+  std::optional<unsigned> group{};
+  std::optional<unsigned> relative_port{};
+
+  /// "port group 1, port 2"; empty when it tells neither.
+  std::string words() const;
 };
 
 /// What the way through a port group is like at the moment.
@@ -69,15 +72,14 @@ struct RequestedState {
 /// Sends a list of groups and the states they shall have. Throws Error on failure.
 void set_port_groups(Device &device, const std::vector<RequestedState> &states);
 
-/// By the node's Device Identification page; nothing when that does not tell.
-std::optional<OwnPort> own_port(ByteSpan page83);
+/// By the node's Device Identification page, which may be empty.
+OwnPort own_port(ByteSpan page83);
 
 /// The state of the group that the node itself is in; nothing when the device does not tell.
-std::optional<AccessPath> access_path(Device &device, ByteSpan page83);
+std::optional<AccessPath> access_path(Device &device, const OwnPort &own);
 
-/// A table of the groups, `own` marked; without `own` nothing is said of it.
-void show_port_groups(ViewBuilder &view, const PortGroups &reply,
-                      const std::optional<OwnPort> &own);
+/// A table of the groups, the node's own marked; nothing is said of one that is not known.
+void show_port_groups(ViewBuilder &view, const PortGroups &reply, const OwnPort &own);
 
 /// A captured reply. Throws Error when it is too short.
 View captured_port_groups_view(ByteSpan reply);

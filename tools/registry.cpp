@@ -30,6 +30,7 @@ constexpr TextAttribute text_attributes[] = {
     {property::capacity, [](Disk &disk) -> std::string & { return disk.capacity; }},
     {property::block_size, [](Disk &disk) -> std::string & { return disk.block_size; }},
     {property::controller, [](Disk &disk) -> std::string & { return disk.controller; }},
+    {property::address, [](Disk &disk) -> std::string & { return disk.address; }},
 };
 
 std::string kind_text(std::uint8_t kind) { return fmt::format("{:02X}", kind); }
@@ -72,14 +73,19 @@ std::optional<Disk> find_disk(std::string_view node) {
 }
 
 /// A name, or a designator of a port or of the target, tells nothing of the unit: such a node
-/// stands alone.
+/// stands with those of its address alone.
 std::vector<Disk> disks_of_unit(const Disk &disk) {
-  if (!names_unit(disk.identity)) return {disk};
+  const bool is_named = names_unit(disk.identity);
+  if (!is_named && disk.address.empty()) return {disk};
   std::vector<Disk> disks;
   for (const Value &node :
-       linked(property::lun_id, Value(disk.identity.identifier), property::disk)) {
+       is_named ? linked(property::lun_id, Value(disk.identity.identifier), property::disk)
+                : linked(property::address, Value(disk.address), property::disk)) {
     const std::optional<Disk> other = find_disk(node.payload());
-    if (other && other->identity.kind == disk.identity.kind) disks.push_back(*other);
+    if (!other) continue;
+    const bool same_kind =
+        is_named ? other->identity.kind == disk.identity.kind : !names_unit(other->identity);
+    if (same_kind) disks.push_back(*other);
   }
   return disks;
 }
@@ -164,6 +170,7 @@ std::vector<LogicalUnit> read_units(const std::vector<std::string> &nodes) {
       (is_multipath(disk.node) ? unit.multipath_nodes : unit.paths)
           .push_back({.node = escaped(disk.node),
                       .number = disk.number,
+                      .address = disk.address,
                       .access = disk.access,
                       .readiness = disk.readiness});
     }

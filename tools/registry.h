@@ -29,6 +29,7 @@ inline constexpr char block_size[] = "BLOCK_SIZE";
 inline constexpr char cabinet[] = "CABINET";        ///< serial number
 inline constexpr char controller[] = "CONTROLLER";  ///< "port group 1, port 2"
 inline constexpr char device_number[] = "DEVICE_NUMBER";
+inline constexpr char address[] = "SCSI_ADDRESS";       ///< "1:0:0:3", where the kernel has one
 inline constexpr char port_group[] = "PORT_GROUP";      ///< number; with the next two, where told
 inline constexpr char access_state[] = "ACCESS_STATE";  ///< "active/optimized"
 inline constexpr char preferred[] = "PREFERRED";        ///< "yes" or "no"
@@ -47,6 +48,7 @@ struct Disk {
   std::string block_size;
   std::string controller;
   DeviceNumber number;
+  std::string address;
   std::optional<AccessPath> access;
   Readiness readiness;  ///< without sense data when it is read back
 };
@@ -55,6 +57,7 @@ struct Disk {
 struct Path {
   std::string node;
   DeviceNumber number;
+  std::string address;               ///< "1:0:0:3"; empty where there is none
   std::optional<AccessPath> access;  ///< nothing without port groups
   Readiness readiness;
 };

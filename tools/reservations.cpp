@@ -34,9 +34,11 @@ constexpr TypeName types[] = {
 };
 
 std::string type_words(std::uint8_t type) {
-  const auto *found = std::ranges::find(types, type, &TypeName::code);
-  return found != std::end(types) ? std::string(found->words) : fmt::format("reserved {:X}h", type);
+  const auto *name = find_code(types, type);
+  return name ? std::string(name->words) : fmt::format("reserved {:X}h", type);
 }
+
+bool is_of_all_registrants(std::uint8_t type) { return type == 7 || type == 8; }
 
 std::string scope_words(std::uint8_t scope) {
   constexpr std::uint8_t logical_unit = 0;
@@ -47,9 +49,9 @@ std::string key_text(std::uint64_t key) { return fmt::format("{:016X}", key); }
 
 constexpr std::size_t header_size = 8;
 
-std::array<std::uint8_t, 10> reserve_cdb(std::uint8_t opcode, unsigned action, unsigned type,
+std::array<std::uint8_t, 10> reserve_cdb(std::uint8_t code, unsigned action, unsigned type,
                                          std::size_t length) {
-  std::array<std::uint8_t, 10> cdb{opcode, static_cast<std::uint8_t>(action),
+  std::array<std::uint8_t, 10> cdb{code, static_cast<std::uint8_t>(action),
                                    static_cast<std::uint8_t>(type)};
   kzddl::store_be16(&cdb[7], static_cast<std::uint16_t>(length));
   return cdb;
@@ -78,7 +80,7 @@ int read_raw(Device &device, unsigned action, int *length, unsigned char **data)
 std::vector<std::uint8_t> read_reply(Device &device, unsigned action) {
   constexpr std::size_t size = 4096;
   std::vector<std::uint8_t> reply = ask(
-      device, "reservations", reserve_cdb(0x5E, action, 0, size), size,
+      device, "reservations", reserve_cdb(opcode::persistent_reserve_in, action, 0, size), size,
       [&](int *length, unsigned char **data) { return read_raw(device, action, length, data); });
   if (reply.size() < header_size) {
     throw Error("reservations", device.name(),
@@ -109,6 +111,27 @@ std::optional<Reservation> reservation_in(ByteSpan list) {
                      .scope = static_cast<std::uint8_t>(list[13] >> 4)};
 }
 
+/// The result of PERSISTENT RESERVE OUT as tell() takes it. Only what the device refused may be
+/// sent again: after any other failure it may have been carried out.
+int change_result(std::uint32_t result, const Device &device) {
+  switch (result) {
+    case PGR_OK:
+      return 0;
+    case PGR_UNSUPPORTED:
+    case PGR_CHECK_CONDITION:
+      return negated(result);
+    case PGR_CONFLICT:
+      throw Error("reservations", device.name(), "RESERVATION CONFLICT");
+    case PGR_NOMEM:
+      return ENOMEM;
+    default: {
+      const int error = errno;
+      require_control_node(device, "reservations");
+      return error != 0 ? error : EIO;
+    }
+  }
+}
+
 }  // namespace
 
 std::optional<std::uint8_t> reservation_type(std::string_view word) {
@@ -136,35 +159,14 @@ Reservations read_reservations(Device &device) {
           .reservation = reservation_in(list_in(reservation))};
 }
 
-namespace {
-
-/// The result of PERSISTENT RESERVE OUT as tell() takes it. Only what the device refused may be
-/// sent again: after any other failure it may have been carried out.
-int change_result(std::uint32_t result, const Device &device) {
-  switch (result) {
-    case PGR_OK:
-      return 0;
-    case PGR_UNSUPPORTED:
-    case PGR_CHECK_CONDITION:
-      return negated(result);
-    case PGR_CONFLICT:
-      throw Error("reservations", device.name(), "RESERVATION CONFLICT");
-    case PGR_NOMEM:
-      return ENOMEM;
-    default:
-      return errno != 0 ? errno : EIO;
-  }
-}
-
-}  // namespace
-
 void change_reservations(Device &device, const ReservationChange &change) {
   constexpr unsigned logical_unit_scope = 0;
   pgr_out_param parameters{};
   kzddl::store_be64(parameters.key, change.key);
   kzddl::store_be64(parameters.service_action_key, change.service_key);
   const auto *bytes = reinterpret_cast<const std::uint8_t *>(&parameters);
-  tell(device, "reservations", reserve_cdb(0x5F, change.action, change.type, sizeof parameters),
+  tell(device, "reservations",
+       reserve_cdb(opcode::persistent_reserve_out, change.action, change.type, sizeof parameters),
        {bytes, sizeof parameters}, [&] {
          errno = 0;
          return change_result(
@@ -186,7 +188,8 @@ View reservations_view(const Device &device, const Reservations &state) {
     return view.build();
   }
   const auto &[key, type, scope] = *state.reservation;
-  view.field("Holder", "reservation", key == 0 ? "all registrants" : key_text(key),
+  view.field("Holder", "reservation",
+             is_of_all_registrants(type) ? "all registrants" : key_text(key),
              {{"key", key_text(key)},
               {"type", type_words(type)},
               {"type_code", type},

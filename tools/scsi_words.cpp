@@ -2,26 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <iterator>
 #include <string_view>
 
 namespace tool {
 namespace {
-
-template <class Code>
-struct Word {
-  Code code;
-  std::string_view text;
-};
-
-template <class Code, std::size_t N>
-std::string_view find(const Word<Code> (&words)[N], Code code) {
-  const auto *word = std::find_if(std::begin(words), std::end(words),
-                                  [code](const Word<Code> &w) { return w.code == code; });
-  return word != std::end(words) ? word->text : std::string_view{};
-}
 
 constexpr Word<std::uint8_t> statuses[] = {
     {0x00, "GOOD"},
@@ -266,16 +252,15 @@ Sense sense_at(ByteSpan data, std::size_t key, std::size_t asc, std::size_t ascq
 }  // namespace
 
 std::string scsi_status_words(std::uint8_t status) {
-  const std::string_view text = find(statuses, status);
-  return text.empty() ? fmt::format("SCSI status {:02X}h", status) : std::string(text);
+  const auto *word = find_code(statuses, status);
+  return word ? std::string(word->text) : fmt::format("SCSI status {:02X}h", status);
 }
 
 std::string sense_key_words(std::uint8_t key) { return std::string(sense_keys[key & 0x0F]); }
 
 std::string additional_sense_words(std::uint8_t asc, std::uint8_t ascq) {
-  const std::string_view text =
-      find(additional_senses, static_cast<std::uint16_t>(asc << 8 | ascq));
-  return text.empty() ? fmt::format("ASC {:02X} ASCQ {:02X}", asc, ascq) : std::string(text);
+  const auto *word = find_code(additional_senses, static_cast<std::uint16_t>(asc << 8 | ascq));
+  return word ? std::string(word->text) : fmt::format("ASC {:02X} ASCQ {:02X}", asc, ascq);
 }
 
 std::optional<Sense> parse_sense(ByteSpan data) {
@@ -303,8 +288,8 @@ std::string sense_words(const Sense &sense) {
 }
 
 std::string host_status_words(unsigned status) {
-  const std::string_view text = find(host_statuses, status);
-  return text.empty() ? fmt::format("host or driver status {:02X}h", status) : std::string(text);
+  const auto *word = find_code(host_statuses, status);
+  return word ? std::string(word->text) : fmt::format("host or driver status {:02X}h", status);
 }
 
 std::string combined_status_words(unsigned combined) {

@@ -67,11 +67,13 @@ void enter_simulation(const Simulation &simulation, char **argv) {
   const bool other_store = change("KZSIM_STORE", absolute(simulation.store));
   const bool other_devices =
       simulation.hostile && change("KZSIM_HOSTILE", std::to_string(*simulation.hostile));
-  if (std::getenv(setting) != nullptr) {
+  const bool is_preset = std::getenv(setting) != nullptr;
+  const bool other_array = is_preset && change(setting, absolute(simulation.array));
+  if (is_preset) {
     if (!is_loaded()) {
       throw failure(fmt::format("{} is set but {} is not loaded", setting, library_name));
     }
-    if (!other_host && !other_store && !other_devices) return;
+    if (!other_array && !other_host && !other_store && !other_devices) return;
     execv("/proc/self/exe", argv);
     throw failure(std::strerror(errno));
   }

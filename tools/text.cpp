@@ -162,10 +162,19 @@ std::string Columns::line(const Prefix &prefix, const Row &row) const {
   constexpr std::size_t gap = 2;
   Prefix columns = prefix;
   for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+    if (widths_[i] == 0) continue;
     columns.first += pad(row[i], widths_[i] + gap);
     columns.next += std::string(widths_[i] + gap, ' ');
   }
   return paragraph(columns, row.back());
+}
+
+std::string Columns::unbroken_line(const Row &row) const {
+  std::string text;
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    if (widths_[i] != 0) text += pad(row[i], widths_[i] + 2);
+  }
+  return with_blanks_trimmed(text) + "\n";
 }
 
 const TreeMarks &tree_marks() {

@@ -1,7 +1,9 @@
 // Text for people: bytes of devices made harmless, hexadecimal forms, columns that line up.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <string>
 #include <string_view>
@@ -40,6 +42,20 @@ std::string counted(std::uint64_t count, std::string_view noun);
 /// "yes" or "no".
 std::string yes_no(bool value);
 
+/// A code and what it means.
+template <class Code>
+struct Word {
+  Code code;
+  std::string_view text;
+};
+
+/// The row of a table that has this code; null when none has.
+template <class Row, std::size_t N, class Code>
+const Row *find_code(const Row (&table)[N], Code code) {
+  const Row *const row = std::ranges::find(table, code, &Row::code);
+  return row != std::end(table) ? row : nullptr;
+}
+
 /// A line that says how much of a reply is missing.
 std::string cut_short_note(std::size_t present, std::uint64_t announced);
 
@@ -64,14 +80,16 @@ struct Prefix {
 /// Text behind a prefix, continued on further lines where the screen ends.
 std::string paragraph(const Prefix &prefix, std::string_view text);
 
-/// Columns two blanks apart: measure every row first, then write each. The last column is
-/// continued on further lines where the screen ends.
+/// Columns two blanks apart: measure every row first, then write each. A column without a text
+/// takes no room. The last column is continued on further lines where the screen ends.
 class Columns {
  public:
   using Row = std::vector<std::string>;
 
   void measure(const Row &row);
   std::string line(const Prefix &prefix, const Row &row) const;
+  /// One line, however long.
+  std::string unbroken_line(const Row &row) const;
 
  private:
   std::vector<std::size_t> widths_;

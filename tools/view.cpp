@@ -1,8 +1,14 @@
 #include "tools/view.h"
 
-#include <fmt/core.h>
+#include <cstdio>
 
 namespace tool {
+
+View with_node(const std::string &node, View view) {
+  Json json = {{"node", node}};
+  json.update(view.json);
+  return {std::move(view.text), std::move(json)};
+}
 
 void ViewBuilder::size(std::size_t present, std::uint64_t announced) {
   value("length", present);
@@ -11,8 +17,10 @@ void ViewBuilder::size(std::size_t present, std::uint64_t announced) {
   if (present < announced) append(cut_short_note(present, announced));
 }
 
+void print_text(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
 void print_json(const Json &json) {
-  fmt::print("{}\n", json.dump(2, ' ', true, Json::error_handler_t::replace));
+  print_text(json.dump(2, ' ', true, Json::error_handler_t::replace) + "\n");
 }
 
 }  // namespace tool

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,9 @@ struct View {
   std::string text;
   Json json;
 };
+
+/// The view of what a node answered: its JSON names the node first.
+View with_node(const std::string &node, View view);
 
 /// Makes a view field by field: each is a labelled line of the text and a key of the JSON object.
 class ViewBuilder {
@@ -58,7 +62,10 @@ Json json_or_null(const std::optional<T> &value) {
   return value ? Json(*value) : Json();
 }
 
-/// Writes JSON with two blanks of indentation.
+// To standard output; what cannot be written shows when it is flushed.
+
+void print_text(std::string_view text);
+/// With two blanks of indentation.
 void print_json(const Json &json);
 
 }  // namespace tool

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <string_view>
 
 #include "base/bytes.h"
@@ -16,12 +15,7 @@ namespace {
 
 constexpr std::size_t designator_header_size = 4;
 
-struct PageName {
-  std::uint8_t code;
-  std::string_view name;
-};
-
-constexpr PageName page_names[] = {
+constexpr Word<std::uint8_t> page_names[] = {
     {0x00, "Supported VPD Pages"},
     {0x80, "Unit Serial Number"},
     {0x83, "Device Identification"},
@@ -102,9 +96,8 @@ VpdPage::VpdPage(ByteSpan reply) {
 }
 
 std::string vpd_page_name(std::uint8_t code) {
-  const auto *page = std::find_if(std::begin(page_names), std::end(page_names),
-                                  [code](const PageName &p) { return p.code == code; });
-  return page != std::end(page_names) ? std::string(page->name) : std::string();
+  const auto *page = find_code(page_names, code);
+  return page ? std::string(page->text) : std::string();
 }
 
 bool Designator::is_text() const {

@@ -15,6 +15,9 @@ namespace vpd {
 inline constexpr std::uint8_t supported_pages = 0x00;
 inline constexpr std::uint8_t unit_serial_number = 0x80;
 inline constexpr std::uint8_t device_identification = 0x83;
+inline constexpr std::uint8_t block_limits = 0xB0;
+inline constexpr std::uint8_t block_characteristics = 0xB1;
+inline constexpr std::uint8_t provisioning = 0xB2;
 }  // namespace vpd
 
 /// A page: its header, and as much of its body as there is.
