@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
+#include "base/designators.h"
 #include "base/memory.h"
 #include "kzddl/kzinquiry.h"
 #include "kzddl/kzmisc_text.h"
@@ -20,8 +22,6 @@ constexpr int unit_serial_number = 0x80;
 constexpr int device_identification = 0x83;
 
 constexpr int page_header_size = 4;
-constexpr int descriptor_header_size = 4;
-constexpr int max_page_size = 255;
 
 /// A VPD page as the device sent it: `size` bytes, header included.
 struct VpdPage {
@@ -47,8 +47,7 @@ bool lists_page(const VpdPage &page, int page_code) {
 
 /// Does a designator of type `candidate` displace a choice of type `chosen`?
 bool is_better(int candidate, int chosen) {
-  constexpr int naa = 3;
-  return candidate <= naa ? chosen < candidate : chosen > candidate;
+  return candidate <= Designator::naa ? chosen < candidate : chosen > candidate;
 }
 
 }  // namespace
@@ -71,23 +70,15 @@ std::int32_t get_lun_id(odh *path, int page, char *id, unsigned char *type, cons
 
 std::int32_t get_lun_id_from_83buf(const unsigned char *page, char *id, unsigned char *type) {
   *type = KZDDL_NO_DESIGNATOR;
-  const int end = std::min(page[3] + page_header_size, max_page_size);
-  // What a cut descriptor announces past the page's end counts as zero.
-  const auto byte = [page, end](int offset) { return offset < end ? page[offset] : 0; };
-
-  int chosen = -1;
-  for (int at = page_header_size; at < end; at += byte(at + 3) + descriptor_header_size) {
-    if (chosen < 0 || is_better(byte(at + 1) & 0x0F, byte(chosen + 1) & 0x0F)) chosen = at;
-  }
-  if (chosen < 0) return -1;
-
-  const int length = byte(chosen + 3);
-  if (length == 0) return -1;
-  *type = byte(chosen + 1);
-  const int designator = chosen + descriptor_header_size;
+  std::optional<Designator> chosen;
+  for_each_designator(page, [&chosen](const Designator &candidate) {
+    if (!chosen || is_better(candidate.type(), chosen->type())) chosen = candidate;
+  });
+  if (!chosen || chosen->length == 0) return -1;
+  *type = chosen->type_byte;
   // A cut identifier would name another unit.
-  if (designator + length > end) return -1;
-  return bascii_copy(id, page + designator, length, KZDDL_LUN_ID_SIZE);
+  if (chosen->length > chosen->rest.size()) return -1;
+  return bascii_copy(id, chosen->rest.data(), chosen->length, KZDDL_LUN_ID_SIZE);
 }
 
 std::int32_t fake_lun_id(const char *fallback, unsigned char *type, char *id) {

@@ -7,13 +7,14 @@
 
 #include "base/ascii.h"
 #include "base/bytes.h"
+#include "base/designators.h"
 
 using namespace kzddl;
 
 namespace {
 
 constexpr int header_size = 4;
-constexpr int max_size = 255;  // of a reply or page, as the commands read them
+constexpr int max_size = 255;  // of a reply, as the command reads it
 constexpr int preferred = 0x80;
 
 /// Walks the descriptors of a port group reply until `found` says so; the descriptor it stopped
@@ -38,10 +39,6 @@ const std::uint8_t *find_group(const std::uint8_t *reply, int group) {
                     [group](const std::uint8_t *entry) { return load_be16(entry + 2) == group; });
 }
 
-constexpr int binary = 1;
-constexpr int logical_unit = 0x00;
-constexpr int target_port = 0x10;
-
 }  // namespace
 
 int get_owner_state(const unsigned char *reply, int group) {
@@ -63,32 +60,31 @@ int get_other_pref_state(const unsigned char *reply, int group) {
 
 int get_dev_id_page(const unsigned char *page, char *naa, unsigned *port_group,
                     unsigned *relative_port, unsigned *unit_group) {
-  const int end = std::min(page[3] + header_size, max_size);
-  // The page copied from one descriptor on, with zeros behind its end.
-  std::array<std::uint8_t, 20> entry;
-  for (int at = header_size; at < end; at += entry[3] + header_size) {
-    const int inside = std::min(end - at, static_cast<int>(entry.size()));
-    std::fill(std::copy_n(page + at, inside, entry.begin()), entry.end(), std::uint8_t{0});
-    if ((entry[0] & 0x0F) != binary) continue;
-    const int association = entry[1] & 0x30;
-    const unsigned value = load_be32(&entry[4]);
-    switch (entry[1] & 0x0F) {
-      case 3:  // NAA
-        if (association != logical_unit || naa == nullptr) break;
-        *write_upper_hex(naa, &entry[4], 16) = '\0';
+  for_each_designator(page, [&](const Designator &designator) {
+    if (designator.code_set() != Designator::binary) return;
+    // With zeros behind the page's end.
+    std::array<std::uint8_t, 16> bytes{};
+    std::copy_n(designator.rest.begin(), std::min(designator.rest.size(), bytes.size()),
+                bytes.begin());
+    const unsigned value = load_be32(bytes.data());
+    const bool of_unit = designator.association() == Designator::logical_unit;
+    const bool of_port = designator.association() == Designator::target_port;
+    switch (designator.type()) {
+      case Designator::naa:
+        if (of_unit && naa != nullptr) *write_upper_hex(naa, bytes.data(), bytes.size()) = '\0';
         break;
-      case 4:
-        if (association == target_port) *relative_port = value;
+      case Designator::relative_port:
+        if (of_port) *relative_port = value;
         break;
-      case 5:
-        if (association == target_port) *port_group = value;
+      case Designator::port_group:
+        if (of_port) *port_group = value;
         break;
-      case 6:
-        if (association == logical_unit) *unit_group = value;
+      case Designator::unit_group:
+        if (of_unit) *unit_group = value;
         break;
       default:
         break;
     }
-  }
+  });
   return 0;
 }

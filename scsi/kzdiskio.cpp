@@ -6,6 +6,7 @@
 #include "base/bytes.h"
 #include "kzddl/kzmodesense.h"
 #include "scsi/frame.h"
+#include "scsi/status.h"
 
 using namespace kzddl;
 
@@ -13,12 +14,16 @@ namespace {
 
 constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = O_NONBLOCK};
 constexpr unsigned block_size = 512;
-constexpr unsigned max_chunk = 8;       // blocks: a page of data, the kernel's limit
-constexpr std::uint64_t overhead = 22;  // of the buffer: lengths, CDB, and 4 bytes more
+constexpr unsigned max_chunk = 8;  // blocks: a page of data, the kernel's limit
 constexpr int failed = -1;
 
-/// Both codes mean RESERVATION CONFLICT: the shifted one, and the status as Linux returns it.
-bool is_conflict(int result) { return result == 12 || result == 24; }
+/// RESERVATION CONFLICT comes back as the code or, from Linux itself, as the status byte.
+bool is_conflict(int result) {
+  return result == reservation_conflict || result == reservation_conflict << 1;
+}
+
+/// Of the legacy buffer, around the data; 4 bytes are spare.
+constexpr std::uint64_t overhead = LegacyRequest::header_size + sizeof(Cdb<10>) + 4;
 
 Cdb<10> diskio_cdb(bool write, unsigned lba, unsigned blocks) {
   Cdb<10> cdb{static_cast<std::uint8_t>(write ? 0x2A : 0x28)};

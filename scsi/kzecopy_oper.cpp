@@ -85,10 +85,7 @@ int do_rcv_copy_results(odh *path, int /*unused1*/, unsigned char service_action
   // All 255 bytes are asked for, whatever the CDB says.
   if (const int error = read_legacy(route, cdb, out_length, request); error != 0) return error;
   *length = (request.reply()[3] + 4) & 0xFF;
-  Buffer reply = duplicate(request.reply(), *length);
-  if (reply == nullptr) return ENOMEM;
-  *data = reply.release();
-  return 0;
+  return hand_over(duplicate(request.reply(), *length), data);
 }
 
 int do_convert_to_rcr_oper_parm(const unsigned char *reply, int length, rcr_oper_parm **record) {

@@ -14,8 +14,22 @@ namespace {
 constexpr int data_size = 255;
 constexpr int standard_data_kind = 0;
 
-Cdb<6> inquiry_cdb(int evpd, int page) {
-  return {0x12, static_cast<std::uint8_t>(evpd), static_cast<std::uint8_t>(page), 0, data_size, 0};
+/// What the caller asks, and the flags that the device is opened with for it, either way.
+struct Question {
+  int evpd;
+  int page;
+  int oflags;
+
+  OpenFlags flags() const { return {.direct = oflags, .indirect = static_cast<unsigned>(oflags)}; }
+};
+
+Cdb<6> inquiry_cdb(const Question &question) {
+  return {0x12,
+          static_cast<std::uint8_t>(question.evpd),
+          static_cast<std::uint8_t>(question.page),
+          0,
+          data_size,
+          0};
 }
 
 /// Length that the data announce of themselves.
@@ -23,44 +37,36 @@ int announced_length(const std::uint8_t *data, int evpd) {
   return evpd == 0 ? data[4] + 5 : data[3] + 4;
 }
 
-int inquiry_old(Generation generation, const odh &path, int evpd, int page, int oflags, int *len,
-                unsigned char **buf) {
-  const Route route(generation, path,
-                    {.direct = oflags, .indirect = static_cast<unsigned>(oflags)});
+int inquiry_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
   if (!route) return errno;
   *len = data_size;
   LegacyRequest request(LegacyRequest::header_size + data_size);
-  if (const int error = read_legacy(route, inquiry_cdb(evpd, page), data_size, request);
-      error != 0) {
+  if (const int error = read_legacy(route, inquiry_cdb(question), data_size, request); error != 0) {
     return error;
   }
 
-  const int header_length = evpd == 0 ? 5 : 4;
-  *len = announced_length(request.reply(), evpd);
+  const int header_length = question.evpd == 0 ? 5 : 4;
+  *len = announced_length(request.reply(), question.evpd);
   if (*len == header_length) return -1;
   *len = std::min(*len, data_size);
-  Buffer data = duplicate(request.reply(), data_size);
-  if (data == nullptr) return ENOMEM;
-  *buf = data.release();
-  return 0;
+  return hand_over(duplicate(request.reply(), data_size), buf);
 }
 
-int inquiry(Generation generation, const odh &path, int evpd, int page, int oflags, int *len,
+int inquiry(Generation generation, const odh &path, const Question &question, int *len,
             unsigned char **buf) {
   if (ddl_is_arch_ia64() == 1) {
-    return inquiry_old(generation, path, evpd, page, oflags, len, buf);
+    return inquiry_old(Route(generation, path, question.flags()), question, len, buf);
   }
 
-  const Route route(generation, path,
-                    {.direct = oflags, .indirect = static_cast<unsigned>(oflags)});
+  const Route route(generation, path, question.flags());
   if (!route) return errno;
   *len = 0;
   Buffer data;
-  if (const int error = read_data(route, inquiry_cdb(evpd, page), data_size, data); error != 0) {
+  if (const int error = read_data(route, inquiry_cdb(question), data_size, data); error != 0) {
     return error;
   }
 
-  *len = std::min(announced_length(data.get(), evpd), data_size);
+  *len = std::min(announced_length(data.get(), question.evpd), data_size);
   *buf = data.release();
   return 0;
 }
@@ -102,20 +108,20 @@ void print_characters(const char *label, const unsigned char *data, int n) {
 int do_inquiry(odh *path, int evpd, int page, int oflags, int *len, unsigned char **buf) {
   if (evpd == 0 && find_cached(len, buf)) return 0;
   const int result = dispatch_locked([&](Generation generation) {
-    return inquiry(generation, *path, evpd, page, oflags, len, buf);
+    return inquiry(generation, *path, {evpd, page, oflags}, len, buf);
   });
   if (evpd == 0 && result == 0) offer_to_cache(*len, *buf);
   return result;
 }
 
 int do_inquiry_32(odh *path, int evpd, int page, int oflags, int *len, unsigned char **buf) {
-  return inquiry(Generation::direct, *path, evpd, page, oflags, len, buf);
+  return inquiry(Generation::direct, *path, {evpd, page, oflags}, len, buf);
 }
 
 int do_inquiry_old(odh *path, int evpd, int page, int oflags, int *len, unsigned char **buf,
                    int indirect) {
-  return inquiry_old(indirect != 0 ? Generation::indirect : Generation::direct, *path, evpd, page,
-                     oflags, len, buf);
+  const Question question{evpd, page, oflags};
+  return inquiry_old(Route(generation_of(indirect), *path, question.flags()), question, len, buf);
 }
 
 void dump_inquiry_data(const unsigned char *data, int len) {

@@ -9,12 +9,10 @@
 #include <cstdint>
 
 #include "base/descriptor.h"
+#include "base/driver.h"
 #include "kzddl/kzscsilib.h"
 
 namespace {
-
-constexpr char control_node[] = "/dev/kz/joxconfig";
-constexpr unsigned long indirect_request = 0x4A4F5825;
 
 /// The record that the driver reads: which device, which request, and its argument.
 struct ddl_indirect_req {
@@ -35,7 +33,7 @@ static_assert(sizeof(ddl_indirect_req) == 16 + sizeof(void *));
 
 int ddl_indirect_ioctl(unsigned dev_lo, unsigned dev_hi, unsigned cmd, unsigned oflags, void *arg) {
   kzddl::Descriptor control;
-  if (!control.open(control_node, O_RDWR)) return ENODEV;
+  if (!control.open(kzddl::control_node, O_RDWR)) return ENODEV;
 
   ddl_indirect_req request{dev_lo, dev_hi, cmd, oflags, nullptr};
   if (cmd == SG_IO && ddl_is_linux_64() != 0) {
@@ -50,5 +48,5 @@ int ddl_indirect_ioctl(unsigned dev_lo, unsigned dev_hi, unsigned cmd, unsigned 
     return result;
   }
   request.arg = arg;
-  return ::ioctl(control.get(), indirect_request, &request);
+  return ::ioctl(control.get(), kzddl::indirect_request, &request);
 }

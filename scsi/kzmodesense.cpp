@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "scsi/frame.h"
+#include "scsi/status.h"
 
 using namespace kzddl;
 
@@ -14,7 +15,6 @@ constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = O_NONBLOCK};
 constexpr int answer_size = 255;
 constexpr int header_size = 4;
 constexpr int descriptor_size = 8;
-constexpr int reservation_conflict = 12;  // the status code, without its lowest bit
 
 struct Question {
   int dbd;
@@ -45,24 +45,17 @@ int mode_sense_old(const Route &route, const Question &question, int *len, unsig
     return error;
   }
   *len = answer_length(request.reply());
-  Buffer answer = duplicate(request.reply(), answer_size);
-  if (answer == nullptr) return ENOMEM;
-  *buf = answer.release();
-  return 0;
+  return hand_over(duplicate(request.reply(), answer_size), buf);
 }
 
-/// Sends the command and says what the SCSI status was, whatever came of it.
+/// `status`, if given, gets the status byte of a command that was sent.
 int mode_sense(const Route &route, const Question &question, int *len, unsigned char **buf,
-               std::uint8_t *status) {
+               std::uint8_t *status = nullptr) {
   if (!route) return errno;
   *len = answer_size;
-  Buffer answer = zeroed_buffer(answer_size);
-  if (answer == nullptr) return ENOMEM;
-  const Cdb<6> cdb = mode_sense_cdb(question);
-  SgRequest request(cdb, Transfer::from_device(answer.get(), answer_size));
-  const int result = command_result(route.outcome(request));
-  *status = request.header.status;
-  if (result != 0) return result;
+  Buffer answer;
+  const int error = read_data(route, mode_sense_cdb(question), answer_size, answer, status);
+  if (error != 0) return error;
   *len = answer_length(answer.get());
   *buf = answer.release();
   return 0;
@@ -76,7 +69,7 @@ int generic_mode_sense(Generation generation, const odh &path, const Question &q
   }
   std::uint8_t status = 0;
   const int result = mode_sense(Route(generation, path, flags), question, len, buf, &status);
-  if (status >> 1 == reservation_conflict) *rsvn_conflict = 1;
+  if (status_code(status) == reservation_conflict) *rsvn_conflict = 1;
   return result;
 }
 
@@ -118,8 +111,7 @@ int do_mode_sense(odh *path, int dbd, int pc, int page, int *page_len, unsigned 
 
 int generic_mode_sense_old(odh *path, int dbd, int pc, int page, int *len, unsigned char **buf,
                            int indirect) {
-  const Generation generation = indirect != 0 ? Generation::indirect : Generation::direct;
-  return mode_sense_old(Route(generation, *path, flags), {dbd, pc, page}, len, buf);
+  return mode_sense_old(Route(generation_of(indirect), *path, flags), {dbd, pc, page}, len, buf);
 }
 
 int do_mode_sense_raw1(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int page, int subpage,
@@ -127,9 +119,8 @@ int do_mode_sense_raw1(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int pa
   if (ddl_is_arch_ia64() == 1) {
     return do_mode_sense_raw1_old(dev_lo, dev_hi, dbd, pc, page, subpage, len, buf);
   }
-  std::uint8_t status = 0;
   return mode_sense(Route(DeviceWords{dev_lo, dev_hi}, flags.indirect), {dbd, pc, page, subpage},
-                    len, buf, &status);
+                    len, buf);
 }
 
 int do_mode_sense_raw1_old(unsigned dev_lo, unsigned dev_hi, int dbd, int pc, int page, int subpage,
@@ -144,11 +135,9 @@ int get_mode_page_info(const unsigned char *answer, int len, unsigned char **pag
   const int skip = header_size + descriptor_size * descriptor_count(answer);
   const int size = len - skip;
   if (size < 0) return ENOMEM;
-  Buffer pages = duplicate(answer + skip, static_cast<std::size_t>(size));
-  if (pages == nullptr) return ENOMEM;
-  *page_buf = pages.release();
-  *page_len = size;
-  return 0;
+  const int error = hand_over(duplicate(answer + skip, static_cast<std::size_t>(size)), page_buf);
+  if (error == 0) *page_len = size;
+  return error;
 }
 
 void dump_mode_sense_data(const unsigned char *data, int len) {

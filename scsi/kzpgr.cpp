@@ -6,6 +6,7 @@
 
 #include "base/bytes.h"
 #include "scsi/frame.h"
+#include "scsi/status.h"
 
 using namespace kzddl;
 
@@ -20,24 +21,21 @@ namespace {
 
 constexpr OpenFlags flags{.direct = O_RDONLY | O_NONBLOCK, .indirect = O_NONBLOCK};
 
-constexpr std::uint64_t out_buffer_size = 70;
-constexpr std::uint64_t in_buffer_overhead = 58;
 constexpr std::uint32_t reply_header_size = 8;
 // The second pass asks for four bytes more than the reply has.
-constexpr std::uint32_t reply_overhead = 12;
+constexpr std::uint32_t reply_overhead = reply_header_size + 4;
 constexpr std::uint32_t max_additional_length = 0xFFFF - reply_overhead;
 
+constexpr std::uint64_t buffer_overhead =
+    LegacyRequest::header_size + sizeof(Cdb<10>) + LegacyRequest::spare_size;
+constexpr std::uint64_t out_buffer_size = buffer_overhead + sizeof(pgr_out_param);
+constexpr std::uint64_t in_buffer_overhead = buffer_overhead + reply_overhead;
+
 Cdb<10> pgr_out_cdb(unsigned service_action, unsigned scope, unsigned type) {
-  return {0x5F,
-          static_cast<std::uint8_t>(service_action),
-          static_cast<std::uint8_t>(scope | type),
-          0,
-          0,
-          0,
-          0,
-          0,
-          sizeof(pgr_out_param),
-          0};
+  Cdb<10> cdb{0x5F, static_cast<std::uint8_t>(service_action),
+              static_cast<std::uint8_t>(scope | type)};
+  cdb[8] = sizeof(pgr_out_param);
+  return cdb;
 }
 
 Cdb<10> pgr_in_cdb(unsigned service_action, std::uint32_t allocation_length) {
@@ -48,11 +46,9 @@ Cdb<10> pgr_in_cdb(unsigned service_action, std::uint32_t allocation_length) {
 
 /// The result code for what the transport returned, with the sense data in the request's reply.
 std::uint32_t pgr_get_error(int result, LegacyRequest &request) {
-  constexpr int check_condition = 1;
-  constexpr int reservation_conflict = 12;
   if (result == 0) return PGR_OK;
   if (result < 0) return PGR_ERROR;
-  switch ((result & 0xFF) >> 1) {
+  switch (status_code(result)) {
     case check_condition: {
       const std::uint8_t *sense = request.reply();
       const bool invalid_operation_code = sense[2] == 0x05 && sense[12] == 0x20 && sense[13] == 0;

@@ -52,9 +52,7 @@ int send(Generation generation, const odh &path, std::span<const std::uint8_t> c
   return 0;
 }
 
-int read_capacity_old(Generation generation, const odh &path, const Question &question, int *len,
-                      unsigned char **buf) {
-  const Route route(generation, path, flags);
+int read_capacity_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
   if (!route) return errno;
   *len = legacy_out_length;
   LegacyRequest request(LegacyRequest::header_size + legacy_out_length);
@@ -62,16 +60,16 @@ int read_capacity_old(Generation generation, const odh &path, const Question &qu
       error != 0) {
     return error;
   }
-  Buffer data = duplicate(request.reply(), data_size_10);
-  if (data == nullptr) return ENOMEM;
-  *buf = data.release();
-  *len = data_size_10;
-  return 0;
+  const int error = hand_over(duplicate(request.reply(), data_size_10), buf);
+  if (error == 0) *len = data_size_10;
+  return error;
 }
 
 int read_capacity(Generation generation, const odh &path, const Question &question, int *len,
                   unsigned char **buf) {
-  if (ddl_is_arch_ia64() == 1) return read_capacity_old(generation, path, question, len, buf);
+  if (ddl_is_arch_ia64() == 1) {
+    return read_capacity_old(Route(generation, path, flags), question, len, buf);
+  }
   return send(generation, path, cdb_10(question), data_size_10, len, buf);
 }
 
@@ -97,15 +95,15 @@ int do_read_capacity_16(odh *path, int reladr, unsigned lba, int pmi, int *len,
                         unsigned char **buf) {
   const Question question{reladr, lba, pmi};
   if (ddl_is_arch_ia64() == 1) {
-    return read_capacity_old(Generation::indirect, *path, question, len, buf);
+    return read_capacity_old(Route(Generation::indirect, *path, flags), question, len, buf);
   }
   return send(Generation::indirect, *path, cdb_16(question), data_size_16, len, buf);
 }
 
 int do_read_capacity_old(odh *path, int reladr, unsigned lba, int pmi, int *len,
                          unsigned char **buf, int indirect) {
-  return read_capacity_old(indirect != 0 ? Generation::indirect : Generation::direct, *path,
-                           {reladr, lba, pmi}, len, buf);
+  return read_capacity_old(Route(generation_of(indirect), *path, flags), {reladr, lba, pmi}, len,
+                           buf);
 }
 
 void decode_read_capacity_data(const capacity_record *cap) {

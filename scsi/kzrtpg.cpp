@@ -1,7 +1,8 @@
-// REPORT TARGET PORT GROUPS, with retries of what passes by itself.
+// REPORT TARGET PORT GROUPS, sent again while the failure may be a passing one.
 #include "kzddl/kzrtpg.h"
 
 #include "scsi/frame.h"
+#include "scsi/status.h"
 
 using namespace kzddl;
 
@@ -9,30 +10,26 @@ namespace {
 
 constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = 0};
 constexpr std::uint32_t reply_size = 255;
-constexpr std::uint64_t legacy_size = 267;
+constexpr std::uint64_t legacy_size = LegacyRequest::header_size + reply_size + 4;  // 4 spare
 constexpr int max_attempts = 64;
 constexpr Cdb<12> cdb{0xA3, 0x0A, 0, 0, 0, 0, 0, 0, 0, reply_size};  // MAINTENANCE IN
 
 /// May the failed request succeed when it is sent again?
 bool is_transient(const SgRequest &request) {
-  constexpr int check_condition = 1;
   constexpr std::uint8_t unit_attention = 0x06;
   if (request.status() == 0) return false;  // the call itself failed
   return request.header.masked_status != check_condition || request.sense()[2] == unit_attention;
 }
 
-int rtpg_old(const Route &route, unsigned char **reply) {
+int do_rtpg_old(const Route &route, unsigned char **reply) {
   if (!route) return errno;
   LegacyRequest request(legacy_size);
   if (const int error = read_legacy(route, cdb, reply_size, request); error != 0) return error;
-  Buffer data = duplicate(request.reply(), reply_size);
-  if (data == nullptr) return ENOMEM;
-  *reply = data.release();
-  return 0;
+  return hand_over(duplicate(request.reply(), reply_size), reply);
 }
 
 int rtpg(Generation generation, const odh &path, unsigned char **reply) {
-  if (ddl_is_arch_ia64() == 1) return rtpg_old(Route(generation, path, flags), reply);
+  if (ddl_is_arch_ia64() == 1) return do_rtpg_old(Route(generation, path, flags), reply);
 
   const Route route(generation, path, flags);
   if (!route) return errno;

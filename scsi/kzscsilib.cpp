@@ -16,8 +16,8 @@ namespace {
 
 constexpr char default_version[] = "35";
 
-// Probe caches: -1 not yet probed, else the answer. Threads that probe at once store the
-// same answer.
+// Probe caches: -1 not yet probed, else the answer of ddl_is_arch_ia64 and of ddl_is_linux_64.
+// Threads that probe at once store the same answer.
 constinit std::atomic<int> kzscsi_use_sgio = -1;
 constinit std::atomic<int> is_lnx_64 = -1;
 

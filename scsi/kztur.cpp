@@ -12,10 +12,10 @@ namespace {
 
 constexpr Cdb<6> cdb{};  // operation code 0, nothing else
 constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = O_NONBLOCK};
-constexpr std::uint64_t legacy_size = 42;
+constexpr std::uint64_t legacy_size =
+    LegacyRequest::header_size + cdb.size() + LegacyRequest::spare_size;
 
-int do_tur_old(const odh &path, Generation generation) {
-  const Route route(generation, path, flags);
+int do_tur_old(const Route &route) {
   if (!route) return -1;
   LegacyRequest request(legacy_size);
   if (!request) return -1;
@@ -24,7 +24,7 @@ int do_tur_old(const odh &path, Generation generation) {
 }
 
 int tur(Generation generation, const odh &path) {
-  if (ddl_is_arch_ia64() == 1) return do_tur_old(path, generation);
+  if (ddl_is_arch_ia64() == 1) return do_tur_old(Route(generation, path, flags));
 
   const Route route(generation, path, flags);
   if (!route) {

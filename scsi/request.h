@@ -76,6 +76,8 @@ class SgRequest {
 class LegacyRequest {
  public:
   static constexpr std::size_t header_size = 8;
+  /// Bytes that some commands leave free behind the CDB and the data.
+  static constexpr std::size_t spare_size = 28;
 
   /// Takes `size` bytes for the whole buffer, and at least what the kernel writes of its own
   /// accord: 16 bytes of sense data, whatever the lengths say. A size that memory cannot hold

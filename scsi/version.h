@@ -8,6 +8,11 @@ enum class Generation {
   indirect,  ///< "35" and any other text: through the multipath driver's control node
 };
 
+/// The generation that an `indirect` argument stands for.
+constexpr Generation generation_of(int indirect) {
+  return indirect != 0 ? Generation::indirect : Generation::direct;
+}
+
 /// What scsi_version says now.
 Generation current_generation();
 
