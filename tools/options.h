@@ -2,8 +2,8 @@
 #pragma once
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
