@@ -26,7 +26,7 @@ bool is_conflict(int result) {
 constexpr std::uint64_t overhead = LegacyRequest::header_size + sizeof(Cdb<10>) + 4;
 
 Cdb<10> diskio_cdb(bool write, unsigned lba, unsigned blocks) {
-  Cdb<10> cdb{static_cast<std::uint8_t>(write ? 0x2A : 0x28)};
+  Cdb<10> cdb{write ? opcode::write_10 : opcode::read_10};
   store_be32(&cdb[2], lba);
   store_be16(&cdb[7], static_cast<std::uint16_t>(blocks));
   return cdb;

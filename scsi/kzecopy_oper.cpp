@@ -31,7 +31,7 @@ constexpr int page_codes_offset = 36;
 constexpr int page_min_size = 37;
 
 Cdb<16> rcv_copy_results_cdb(std::uint8_t service_action, std::uint8_t list_id, int alloc_length) {
-  Cdb<16> cdb{0x84, service_action, list_id};
+  Cdb<16> cdb{opcode::receive_copy_results, service_action, list_id};
   store_be32(&cdb[10], static_cast<std::uint32_t>(alloc_length) & 0xFFFFFF);
   return cdb;
 }

@@ -24,7 +24,7 @@ struct Question {
 };
 
 Cdb<6> inquiry_cdb(const Question &question) {
-  return {0x12,
+  return {opcode::inquiry,
           static_cast<std::uint8_t>(question.evpd),
           static_cast<std::uint8_t>(question.page),
           0,

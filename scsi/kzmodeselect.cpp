@@ -11,7 +11,7 @@ constexpr unsigned oflags = O_NONBLOCK;
 constexpr unsigned timeout_ms = 60000;
 
 Cdb<6> mode_select_cdb(int pf, int sp, unsigned char len) {
-  return {0x15, static_cast<std::uint8_t>(pf << 4 | sp), 0, 0, len, 0};
+  return {opcode::mode_select_6, static_cast<std::uint8_t>(pf << 4 | sp), 0, 0, len, 0};
 }
 
 }  // namespace

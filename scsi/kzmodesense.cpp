@@ -24,7 +24,7 @@ struct Question {
 };
 
 Cdb<6> mode_sense_cdb(const Question &question) {
-  return {0x1A,
+  return {opcode::mode_sense_6,
           static_cast<std::uint8_t>(question.dbd * 8),
           static_cast<std::uint8_t>(question.pc << 6 | question.page),
           static_cast<std::uint8_t>(question.subpage),

@@ -32,14 +32,14 @@ constexpr std::uint64_t out_buffer_size = buffer_overhead + sizeof(pgr_out_param
 constexpr std::uint64_t in_buffer_overhead = buffer_overhead + reply_overhead;
 
 Cdb<10> pgr_out_cdb(unsigned service_action, unsigned scope, unsigned type) {
-  Cdb<10> cdb{0x5F, static_cast<std::uint8_t>(service_action),
+  Cdb<10> cdb{opcode::persistent_reserve_out, static_cast<std::uint8_t>(service_action),
               static_cast<std::uint8_t>(scope | type)};
   cdb[8] = sizeof(pgr_out_param);
   return cdb;
 }
 
 Cdb<10> pgr_in_cdb(unsigned service_action, std::uint32_t allocation_length) {
-  Cdb<10> cdb{0x5E, static_cast<std::uint8_t>(service_action)};
+  Cdb<10> cdb{opcode::persistent_reserve_in, static_cast<std::uint8_t>(service_action)};
   store_be16(&cdb[7], static_cast<std::uint16_t>(allocation_length));
   return cdb;
 }

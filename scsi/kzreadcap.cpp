@@ -26,14 +26,15 @@ struct Question {
 };
 
 Cdb<10> cdb_10(const Question &question) {
-  Cdb<10> cdb{0x25, static_cast<std::uint8_t>(question.reladr & 1)};
+  Cdb<10> cdb{opcode::read_capacity_10, static_cast<std::uint8_t>(question.reladr & 1)};
   store_be32(&cdb[2], question.lba);
   cdb[8] = static_cast<std::uint8_t>(question.pmi & 1);
   return cdb;
 }
 
 Cdb<16> cdb_16(const Question &question) {
-  Cdb<16> cdb{0x9E, 0x10};
+  constexpr std::uint8_t read_capacity = 0x10;  // service action
+  Cdb<16> cdb{opcode::service_action_in_16, read_capacity};
   store_be64(&cdb[2], question.lba);
   store_be32(&cdb[10], data_size_16);
   cdb[14] = static_cast<std::uint8_t>(question.pmi & 1);

@@ -12,7 +12,9 @@ constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = 0};
 constexpr std::uint32_t reply_size = 255;
 constexpr std::uint64_t legacy_size = LegacyRequest::header_size + reply_size + 4;  // 4 spare
 constexpr int max_attempts = 64;
-constexpr Cdb<12> cdb{0xA3, 0x0A, 0, 0, 0, 0, 0, 0, 0, reply_size};  // MAINTENANCE IN
+constexpr std::uint8_t report_target_port_groups = 0x0A;  // service action
+constexpr Cdb<12> cdb{
+    opcode::maintenance_in, report_target_port_groups, 0, 0, 0, 0, 0, 0, 0, reply_size};
 
 /// May the failed request succeed when it is sent again?
 bool is_transient(const SgRequest &request) {

@@ -11,7 +11,8 @@ namespace {
 constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = 0};
 
 Cdb<12> stpg_cdb(std::uint32_t length) {
-  Cdb<12> cdb{0xA4, 0x0A};  // MAINTENANCE OUT
+  constexpr std::uint8_t set_target_port_groups = 0x0A;  // service action
+  Cdb<12> cdb{opcode::maintenance_out, set_target_port_groups};
   store_be32(&cdb[6], length);
   return cdb;
 }

@@ -10,7 +10,7 @@ using namespace kzddl;
 
 namespace {
 
-constexpr Cdb<6> cdb{};  // operation code 0, nothing else
+constexpr Cdb<6> cdb{opcode::test_unit_ready};
 constexpr OpenFlags flags{.direct = O_RDONLY, .indirect = O_NONBLOCK};
 constexpr std::uint64_t legacy_size =
     LegacyRequest::header_size + cdb.size() + LegacyRequest::spare_size;

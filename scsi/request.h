@@ -13,6 +13,7 @@
 #include <span>
 
 #include "base/memory.h"
+#include "base/opcode.h"
 
 namespace kzddl {
 

@@ -1,9 +1,11 @@
-// SCSI terms that the simulated targets use: statuses, operation codes, sense data.
+// SCSI terms that the simulated targets use: statuses, sense data, lengths of CDBs.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <vector>
+
+#include "base/opcode.h"
 
 namespace sim {
 
@@ -16,25 +18,7 @@ inline constexpr std::uint8_t busy = 0x08;
 inline constexpr std::uint8_t reservation_conflict = 0x18;
 }  // namespace status
 
-namespace opcode {
-inline constexpr std::uint8_t test_unit_ready = 0x00;
-inline constexpr std::uint8_t request_sense = 0x03;
-inline constexpr std::uint8_t inquiry = 0x12;
-inline constexpr std::uint8_t mode_select_6 = 0x15;
-inline constexpr std::uint8_t mode_sense_6 = 0x1A;
-inline constexpr std::uint8_t read_capacity_10 = 0x25;
-inline constexpr std::uint8_t read_10 = 0x28;
-inline constexpr std::uint8_t write_10 = 0x2A;
-inline constexpr std::uint8_t persistent_reserve_in = 0x5E;
-inline constexpr std::uint8_t persistent_reserve_out = 0x5F;
-inline constexpr std::uint8_t receive_copy_results = 0x84;
-inline constexpr std::uint8_t read_16 = 0x88;
-inline constexpr std::uint8_t write_16 = 0x8A;
-inline constexpr std::uint8_t service_action_in_16 = 0x9E;
-inline constexpr std::uint8_t report_luns = 0xA0;
-inline constexpr std::uint8_t maintenance_in = 0xA3;
-inline constexpr std::uint8_t maintenance_out = 0xA4;
-}  // namespace opcode
+namespace opcode = kzddl::opcode;
 
 /// Sense key, additional sense code and its qualifier.
 struct Sense {

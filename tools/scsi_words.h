@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "base/opcode.h"
 #include "tools/text.h"
 
 namespace tool {
@@ -15,20 +16,7 @@ inline constexpr std::uint8_t check_condition = 0x02;
 inline constexpr std::uint8_t reservation_conflict = 0x18;
 }  // namespace scsi_status
 
-namespace opcode {
-inline constexpr std::uint8_t inquiry = 0x12;
-inline constexpr std::uint8_t mode_sense_6 = 0x1A;
-inline constexpr std::uint8_t read_capacity_10 = 0x25;
-inline constexpr std::uint8_t read_10 = 0x28;
-inline constexpr std::uint8_t write_10 = 0x2A;
-inline constexpr std::uint8_t persistent_reserve_in = 0x5E;
-inline constexpr std::uint8_t persistent_reserve_out = 0x5F;
-inline constexpr std::uint8_t read_16 = 0x88;
-inline constexpr std::uint8_t write_16 = 0x8A;
-inline constexpr std::uint8_t service_action_in_16 = 0x9E;
-inline constexpr std::uint8_t maintenance_in = 0xA3;
-inline constexpr std::uint8_t maintenance_out = 0xA4;
-}  // namespace opcode
+namespace opcode = kzddl::opcode;
 
 namespace sense_key {
 inline constexpr std::uint8_t not_ready = 0x02;
