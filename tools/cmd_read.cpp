@@ -4,6 +4,7 @@
 #include "tools/app.h"
 #include "tools/file.h"
 #include "tools/options.h"
+#include "tools/output.h"
 #include "tools/transfer.h"
 
 namespace tool {
@@ -27,6 +28,7 @@ void copy(BlockDevice &disk, File &out, std::uint64_t count, Progress &progress)
 }
 
 void run(const Context &context, const TransferOptions &options) {
+  if (options.file == "-") require_no_terminal();
   Device device(options.node);
   BlockDevice disk(device, "read");
   disk.require(*options.lba, *options.count);

@@ -1,9 +1,11 @@
 #include "tools/output.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstdio>
 
+#include "tools/error.h"
 #include "tools/view.h"
 
 namespace tool {
@@ -17,8 +19,14 @@ void add_format_options(CLI::App &parser, ByteFormat &format) {
   raw->option_text(" ");
 }
 
+void require_no_terminal() {
+  if (isatty(STDOUT_FILENO) == 1)
+    throw Error::usage("raw bytes are not for a terminal: redirect standard output");
+}
+
 void print_bytes(ByteSpan bytes, ByteFormat format, const std::string &subject) {
   if (format == ByteFormat::raw) {
+    require_no_terminal();
     std::fwrite(bytes.data(), 1, bytes.size(), stdout);
   } else {
     print_text(

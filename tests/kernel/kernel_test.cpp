@@ -58,28 +58,25 @@ struct Answer {
   Buffer data;
 };
 
-Answer inquiry(odh path, int evpd = 0, int page = 0) {
+template <class Send>
+Answer answer_to(const Send &send) {
   Answer answer;
   unsigned char *data = nullptr;
-  answer.error = do_inquiry(&path, evpd, page, 0, &answer.length, &data);
+  answer.error = send(&answer.length, &data);
   answer.data.reset(data);
   return answer;
+}
+
+Answer inquiry(odh path, int evpd = 0, int page = 0) {
+  return answer_to([&](int *n, auto **data) { return do_inquiry(&path, evpd, page, 0, n, data); });
 }
 
 Answer capacity(odh path) {
-  Answer answer;
-  unsigned char *data = nullptr;
-  answer.error = do_read_capacity(&path, 0, 0, 0, &answer.length, &data);
-  answer.data.reset(data);
-  return answer;
+  return answer_to([&](int *n, auto **data) { return do_read_capacity(&path, 0, 0, 0, n, data); });
 }
 
 Answer port_groups(odh path) {
-  Answer answer;
-  unsigned char *data = nullptr;
-  answer.error = do_rtpg(&path, &data);
-  answer.data.reset(data);
-  return answer;
+  return answer_to([&](int *, auto **data) { return do_rtpg(&path, data); });
 }
 
 /// A command of the caller's own.
