@@ -3,6 +3,7 @@
 
 #include <sys/auxv.h>
 
+#include <bit>
 #include <cstring>
 
 #include "property/store.h"
@@ -23,7 +24,7 @@ struct HashKey {
 
 HashKey read_key() {
   HashKey key;
-  std::memcpy(&key, reinterpret_cast<const void *>(getauxval(AT_RANDOM)), sizeof key);
+  std::memcpy(&key, std::bit_cast<const void *>(getauxval(AT_RANDOM)), sizeof key);
   key.factor |= 1;
   return key;
 }
