@@ -72,6 +72,7 @@ void serve(ControlNode &node, int signals, int named_fd) {
         _exit(1);
       }
       ending = true;
+      named.fd = -1;  // it is not ready any more
       sd_notify(0, "STOPPING=1");
       node.end();
     }
