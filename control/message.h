@@ -1,7 +1,7 @@
 // What the service tells its administrator: a line on standard error, which the journal keeps.
 #pragma once
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstdio>
 #include <cstdlib>

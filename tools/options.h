@@ -1,7 +1,7 @@
 // Options of the command line whose values are numbers or bytes, and help for words to choose from.
 #pragma once
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
