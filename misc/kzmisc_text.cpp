@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/memory.h"
 
 using namespace kzddl;
 
@@ -29,7 +30,7 @@ namespace {
 bool is_identifier_text(char c) { return is_printable(c) && c != ','; }
 
 void allocate_field(char **p, std::size_t size, const char *complaint) {
-  *p = static_cast<char *>(std::calloc(1, size));
+  *p = static_cast<char *>(zeroed_block(size));
   if (*p == nullptr) std::puts(complaint);
 }
 

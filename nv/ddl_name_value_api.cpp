@@ -173,9 +173,9 @@ std::int32_t build_list(char ***list, char *const *old, std::va_list added) {
   Owned<std::string_view[]> many;
   std::string_view *pairs = few;
   if (count > std::size(few)) {
-    pairs = static_cast<std::string_view *>(std::calloc(count, sizeof(std::string_view)));
-    if (pairs == nullptr) return -1;
-    many.reset(pairs);
+    many = zeroed_array<std::string_view>(count);
+    if (many == nullptr) return -1;
+    pairs = many.get();
   }
   std::string_view *next = pairs;
   for_each_pair([&next](const char *pair) { *next++ = whole_pair(pair); });

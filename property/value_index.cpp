@@ -105,7 +105,7 @@ void ValueIndex::insert(vnode &value) {
 
 bool ValueIndex::grow(const TypedList<vnode> &values) {
   const std::uint32_t size = buckets_ != nullptr ? size_ * 2 : first_size;
-  auto **buckets = static_cast<vnode **>(std::calloc(size, sizeof(void *)));
+  vnode **buckets = zeroed_array<vnode *>(size).release();
   if (buckets == nullptr) return false;
   std::free(buckets_);
   buckets_ = buckets;
