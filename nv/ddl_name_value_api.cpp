@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/ascii.h"
+#include "base/cancellation.h"
 #include "base/log.h"
 #include "base/memory.h"
 #include "kzddl/ddlts.h"
@@ -348,6 +349,7 @@ std::int32_t nv_get_value(const char *pair, char ***values) {
 }
 
 void nv_print(char *const *list) {
+  const CancellationPutOff uncancelled;  // the log is a file
   ddlmsg(log::facility, log::output, "Printing Name-Value Pair\n");
   for (int i = 0; list[i] != nullptr; ++i) {
     char *name = nullptr;

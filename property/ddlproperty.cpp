@@ -239,6 +239,7 @@ int is_proplist_initialized() { return plist ? 1 : 0; }
 
 std::int32_t create_property(const char *name, std::int32_t type, std::uint32_t attr1,
                              std::uint32_t attr2) {
+  const CancellationPutOff uncancelled;  // the ops table is the host's
   OwnedProperty property = create_pnode(name);
   if (property == nullptr) return -1;
   property->type = type;
@@ -330,6 +331,7 @@ std::int32_t destroy_property(const char *name) {
 void print_property_list() {
   ddlmsg(log::facility, log::failure, "Property List\n");
   {
+    const CancellationPutOff uncancelled;  // the log is a file
     const RwGuard generic(generic_lock(), RwGuard::Mode::read);
     const DescendingArray<pnode> properties = collect(plist, count(plist));
     for (pnode *property : properties.added())

@@ -106,6 +106,7 @@ void print_characters(const char *label, const unsigned char *data, int n) {
 }  // namespace
 
 int do_inquiry(odh *path, int evpd, int page, int oflags, int *len, unsigned char **buf) {
+  const CancellationPutOff uncancelled;  // the cache hooks are the host's
   if (evpd == 0 && find_cached(len, buf)) return 0;
   const int result = dispatch_locked([&](Generation generation) {
     return inquiry(generation, *path, {evpd, page, oflags}, len, buf);
