@@ -270,7 +270,9 @@ TEST(IdentificationPage, NamesThePath) {
       {"bytes past its end count as zero",
        page_of({1, 3, 0, 8, 0xAB, 0xCD}),
        {"ABCD0000000000000000000000000000", none, none, none}},
-      {"a cut port group", page_of({1, 0x15, 0, 4, 1, 2}), {unset, 0x01020000, none, none}},
+      {"a cut relative port", page_of({1, 0x14, 0, 4}), nothing},
+      {"a cut port group", page_of({1, 0x15, 0, 4, 1, 2, 3}), nothing},
+      {"a cut unit group", page_of({1, 0x06, 0, 8, 0, 0, 0, 9}), nothing},
       {"a cut header", page_of({1}), nothing},
       {"a header at the very end", full, {std::string(32, '0'), none, none, none}},
   };
