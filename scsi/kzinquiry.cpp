@@ -38,7 +38,7 @@ int announced_length(const std::uint8_t *data, int evpd) {
 }
 
 int inquiry_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
-  if (!route) return errno;
+  if (!route) return failure();
   *len = data_size;
   LegacyRequest request(LegacyRequest::header_size + data_size);
   if (const int error = read_legacy(route, inquiry_cdb(question), data_size, request); error != 0) {
@@ -59,7 +59,7 @@ int inquiry(Generation generation, const odh &path, const Question &question, in
   }
 
   const Route route(generation, path, question.flags());
-  if (!route) return errno;
+  if (!route) return failure();
   *len = 0;
   Buffer data;
   if (const int error = read_data(route, inquiry_cdb(question), data_size, data); error != 0) {
