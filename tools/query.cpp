@@ -24,7 +24,7 @@ std::vector<std::uint8_t> ask(Device &device, std::string_view operation, ByteSp
   std::vector<std::uint8_t> reply(size);
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::from_device, .bytes = reply}, operation);
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (!completion.ok()) throw Error(operation, device.name(), completion.reason(), completion.sense);
   reply.resize(completion.transferred);
   return reply;
 }
@@ -37,7 +37,7 @@ void tell(Device &device, std::string_view operation, ByteSpan cdb, ByteSpan dat
   std::vector<std::uint8_t> copy(data.begin(), data.end());
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::to_device, .bytes = copy}, operation);
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (!completion.ok()) throw Error(operation, device.name(), completion.reason(), completion.sense);
 }
 
 }  // namespace tool
