@@ -166,31 +166,23 @@ TEST_P(ToolBlocks, UnitAttentionsArePassedOver) {
 
 TEST_P(ToolBlocks, LostRequestsLoseNoData) {
   tool::BlockDevice disk(device_, "write");
-  const auto lose = [this](std::uint8_t opcode, int times, const Reply &reply) {
-    host.inject(node, {.opcode = opcode, .times = times, .reply = reply});
-  };
   Bytes written(300 * 512);
   std::iota(written.begin(), written.end(), std::uint8_t{0});
   Bytes read(written.size(), 0xEE);
-  lose(sim::opcode::write_10, 1, {.host_status = 3});
+  for (const std::uint8_t opcode : {sim::opcode::write_10, sim::opcode::read_10})
+    host.inject(node, {.opcode = opcode, .reply = Reply{.host_status = 3}});
   EXPECT_EQ(disk.write(5, written).blocks, 300u);
-  lose(sim::opcode::read_10, 1, {.host_status = 3});
   EXPECT_EQ(disk.read(5, read).blocks, 300u);
   EXPECT_EQ(read, written);
 
-  // The last of three requests moves nothing, nor do its blocks.
-  for (const bool dies : {true, false}) {
-    const auto nothing = [dies](Reply &reply) {
-      reply = dies ? Reply{.host_status = 1} : Reply::with({});
-    };
-    int requests = 0;
-    const auto change = [&](Reply &reply) {
-      if (++requests > 2) nothing(reply);
-    };
-    host.inject(node, {.opcode = sim::opcode::read_10, .times = 4, .change = change});
+  const std::pair<Reply, std::string> losses[] = {
+      {{.host_status = 1}, "no connection to the device"}, {{}, "0 of 512 bytes moved"}};
+  for (const auto &[reply, failure] : losses) {
+    // The last of three requests, and its first block.
+    host.inject(node, {.opcode = sim::opcode::read_10, .times = 2, .reply = reply, .after = 2});
     const tool::Moved moved = disk.read(0, read);
     EXPECT_EQ(moved.blocks, 256u);
-    EXPECT_EQ(moved.failure, dies ? "no connection to the device" : "0 of 512 bytes moved");
+    EXPECT_EQ(moved.failure, failure);
   }
 }
 
