@@ -57,7 +57,7 @@ std::array<std::uint8_t, 10> reserve_cdb(std::uint8_t code, unsigned action, uns
 
 /// Keys or descriptors: whole lists alone, for what is missing may be the holder.
 std::vector<std::uint8_t> read_list(Device &device, unsigned action, std::uint32_t &generation) {
-  constexpr std::size_t size = header_size + 8191 * key_size;  // in 16 bits
+  constexpr std::size_t size = header_size + 8190 * key_size;  // what 16 bits hold
   const std::vector<std::uint8_t> reply =
       ask(device, operation, reserve_cdb(opcode::persistent_reserve_in, action, 0, size), size);
   const std::uint64_t announced =
