@@ -48,6 +48,11 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|
   # The old floating-point unit keeps more digits than a float or double holds.
   target_compile_options(kzddl PRIVATE -msse2 -mfpmath=sse)
 endif()
+if(NOT KZDDL_SANITIZE)
+  # Tested as users have it, and its interface read from its debug information (scripts/check-abi),
+  # whatever quick options a preset has for the rest.
+  target_compile_options(kzddl PRIVATE $<$<CONFIG:RelWithDebInfo>:-O2> $<$<CONFIG:RelWithDebInfo>:-g>)
+endif()
 if(KZDDL_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_definitions(kzddl PRIVATE KZDDL_CHECK_LOCKS)
 endif()
