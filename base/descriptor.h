@@ -26,7 +26,7 @@ class Descriptor {
 
   /// Opens `node`; only for a descriptor that holds nothing. False, with errno, on failure.
   bool open(const char *node, int flags) {
-    fd_ = ::open(node, flags);
+    fd_ = ::open(node, flags, 0);  // without a mode, fortified builds call another function
     return fd_ >= 0;
   }
 

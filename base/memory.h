@@ -19,15 +19,29 @@ using Owned = std::unique_ptr<T, FreeBlock>;
 
 using Buffer = Owned<std::uint8_t[]>;
 
-/// A zero-filled block of `size` bytes, or null when memory is short.
+/// `size` zero bytes, or null when memory is short. Not from calloc: a host's own malloc and free
+/// may stand before the C library's without one.
+inline void *zeroed_block(std::size_t size) {
+  void *block = std::malloc(size);
+  if (block != nullptr) std::memset(block, 0, size);
+  return block;
+}
+
 inline Buffer zeroed_buffer(std::size_t size) {
-  return Buffer(static_cast<std::uint8_t *>(std::calloc(1, size)));
+  return Buffer(static_cast<std::uint8_t *>(zeroed_block(size)));
+}
+
+/// `count` zero-filled records, or null when memory is short.
+template <class T>
+Owned<T[]> zeroed_array(std::size_t count) {
+  if (count > SIZE_MAX / sizeof(T)) return nullptr;
+  return Owned<T[]>(static_cast<T *>(zeroed_block(count * sizeof(T))));
 }
 
 /// A zero-filled record with `extra` bytes right behind it, or null when memory is short.
 template <class T>
 Owned<T> zeroed_record(std::size_t extra = 0) {
-  return Owned<T>(static_cast<T *>(std::calloc(1, sizeof(T) + extra)));
+  return Owned<T>(static_cast<T *>(zeroed_block(sizeof(T) + extra)));
 }
 
 /// A copy of `n` bytes, or null when memory is short.

@@ -56,7 +56,17 @@ endif()
 if(KZDDL_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_definitions(kzddl PRIVATE KZDDL_CHECK_LOCKS)
 endif()
-target_compile_options(kzddl PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+target_compile_options(kzddl PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+  # Compilers make one calloc of malloc and memset. Blocks that callers free come from malloc: a
+  # program may have put its own before the C library's.
+  -fno-builtin-malloc)
+# A program may also put functions of its own before open, fopen and stat: the library uses the
+# plain names, which in 64 bits work on any file. In 32 bits stat needs large files for that.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  set_source_files_properties(
+    misc/kzgeom.cpp misc/kzmisc_geometry.cpp misc/kzmisc_identity.cpp property/fetch.cpp
+    PROPERTIES COMPILE_DEFINITIONS _FILE_OFFSET_BITS=64)
+endif()
 target_link_options(kzddl PRIVATE
   -Wl,--version-script=${PROJECT_SOURCE_DIR}/kzddl.map
   # The C++ driver offers its run-time libraries; none may be needed (a test looks).
@@ -65,4 +75,4 @@ target_link_options(kzddl PRIVATE
 if(NOT KZDDL_SANITIZE)  # a sanitizer's own functions are the program's to bring
   target_link_options(kzddl PRIVATE -Wl,-z,defs)
 endif()
-target_link_libraries(kzddl PRIVATE $<BUILD_INTERFACE:kzddl_options>)
+target_link_libraries(kzddl PRIVATE $<BUILD_INTERFACE:kzddl_base_options>)

@@ -20,7 +20,6 @@ constexpr int settle_ms = 200;
 constexpr std::chrono::seconds longest_wait{2};
 
 constexpr unsigned no_logical_unit = 3;  // peripheral qualifier
-constexpr std::uint8_t port_groups = 0x30;
 
 /// The state of a path among others; a device that does not tell is taken for optimized.
 tool::AccessPath access_of(const HostDisk &disk, const std::vector<std::uint8_t> &page83) {
@@ -108,12 +107,12 @@ const Naming::Known *Naming::know(const HostDisk &disk) {
     tool::Device device(disk.block);
     const std::vector<std::uint8_t> inquiry = tool::read_inquiry(device, std::nullopt);
     if (inquiry[0] >> 5 == no_logical_unit) return nullptr;
-    const tool::Identity identity = tool::identify_or_name(device);
+    const tool::Identity identity = tool::identify(device);
     Known known;
     if (tool::names_unit(identity)) {
       known.unit = file_name(identity.identifier);
-      known.page83 = tool::read_inquiry(device, tool::vpd::device_identification);
-      known.has_port_groups = inquiry.size() > 5 && (inquiry[5] & port_groups) != 0;
+      known.page83 = identity.page83;
+      known.has_port_groups = tool::has_port_groups(inquiry);
     } else {
       known.unit = disk.block.substr(disk.block.rfind('/') + 1);
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/bytes.h"
+#include "base/cancellation.h"
 #include "base/memory.h"
 #include "kzddl/kzmodesense.h"
 #include "kzddl/kzreadcap.h"
@@ -76,6 +77,7 @@ std::int32_t get_geometry_info(const char *path, disk_geom *geom) {
   struct stat node;
   if (stat(path, &node) != 0) return -1;
   if (std::strlen(path) >= sizeof odh::devname) return -1;  // a cut name would be another node
+  const CancellationPutOff uncancelled;
   const auto device = zeroed_record<odh>();
   if (device == nullptr) return -1;
   std::strcpy(device->devname, path);

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 
+#include "base/cancellation.h"
 #include "base/designators.h"
 #include "base/memory.h"
 #include "kzddl/kzinquiry.h"
@@ -55,6 +56,7 @@ bool is_better(int candidate, int chosen) {
 std::int32_t get_lun_id(odh *path, int page, char *id, unsigned char *type, const char *fallback) {
   if (page != supported_pages && page != device_identification) return -1;
 
+  const CancellationPutOff uncancelled;
   if (page == supported_pages) {
     const VpdPage list = read_page(path, supported_pages);
     if (list.error != 0) return list.error;
@@ -90,6 +92,7 @@ std::int32_t fake_lun_id(const char *fallback, unsigned char *type, char *id) {
 }
 
 std::int32_t get_cabinet_id(odh *path, char *serial) {
+  const CancellationPutOff uncancelled;
   {
     const VpdPage list = read_page(path, supported_pages);
     if (list.error != 0 || !lists_page(list, unit_serial_number)) return -1;

@@ -6,7 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/cancellation.h"
+
 void ddlmsg(uint32_t /*facility*/, uint32_t /*level*/, const char *format, ...) {
+  const kzddl::CancellationPutOff uncancelled;
   const int saved = errno;
   const char *name = std::getenv("KZ_DEBUG_FILE");
   std::FILE *file = name != nullptr ? std::fopen(name, "a") : nullptr;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/memory.h"
 
 using namespace kzddl;
 
@@ -29,7 +30,7 @@ namespace {
 bool is_identifier_text(char c) { return is_printable(c) && c != ','; }
 
 void allocate_field(char **p, std::size_t size, const char *complaint) {
-  *p = static_cast<char *>(std::calloc(1, size));
+  *p = static_cast<char *>(zeroed_block(size));
   if (*p == nullptr) std::puts(complaint);
 }
 
@@ -93,8 +94,10 @@ std::int32_t do_remove_space(char *s) {
   for (; *from != '\0'; ++from) {
     if (!is_space(*from)) *end++ = *from;
   }
-  *end = '\0';
-  return static_cast<std::int32_t>(from - end);
+  // As if the rest of the string, its NUL included, had been moved for each one.
+  const auto removed = static_cast<std::int32_t>(from - end);
+  std::memset(end, 0, static_cast<std::size_t>(removed));
+  return removed;
 }
 
 std::int32_t binhex_copy(char *dst, const unsigned char *src, std::int32_t len, std::int32_t size) {

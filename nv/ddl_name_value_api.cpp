@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/ascii.h"
+#include "base/cancellation.h"
 #include "base/log.h"
 #include "base/memory.h"
 #include "kzddl/ddlts.h"
@@ -173,9 +174,9 @@ std::int32_t build_list(char ***list, char *const *old, std::va_list added) {
   Owned<std::string_view[]> many;
   std::string_view *pairs = few;
   if (count > std::size(few)) {
-    pairs = static_cast<std::string_view *>(std::calloc(count, sizeof(std::string_view)));
-    if (pairs == nullptr) return -1;
-    many.reset(pairs);
+    many = zeroed_array<std::string_view>(count);
+    if (many == nullptr) return -1;
+    pairs = many.get();
   }
   std::string_view *next = pairs;
   for_each_pair([&next](const char *pair) { *next++ = whole_pair(pair); });
@@ -348,6 +349,7 @@ std::int32_t nv_get_value(const char *pair, char ***values) {
 }
 
 void nv_print(char *const *list) {
+  const CancellationPutOff uncancelled;  // the log is a file
   ddlmsg(log::facility, log::output, "Printing Name-Value Pair\n");
   for (int i = 0; list[i] != nullptr; ++i) {
     char *name = nullptr;

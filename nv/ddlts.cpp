@@ -41,7 +41,7 @@ std::int32_t ts_tostring(const char *s, char **out) {
   const std::size_t size = !is_typed(s)  ? std::strlen(s)
                            : hexadecimal ? 2 * payload_length(s)
                                          : payload_length(s);
-  *out = static_cast<char *>(std::calloc(size + 1, 1));
+  *out = static_cast<char *>(zeroed_block(size + 1));
   if (*out == nullptr) return -1;
 
   if (hexadecimal) {

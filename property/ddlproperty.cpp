@@ -185,10 +185,24 @@ std::int32_t width_of(std::int32_t type) {
   return type >= 4 && type <= 7 ? 4 : 0;
 }
 
+/// The same for the printed list, which says what it leaves out when memory is short.
+template <class T>
+DescendingArray<T> collect_to_print(const TypedList<T> &list, std::int32_t n, const char *what,
+                                    const char *whose) {
+  DescendingArray<T> elements = collect(list, n);
+  if (n > 0 && !elements) {
+    ddlmsg(log::facility, log::failure,
+           "print_property_list: Unable to obtain storage: the %d %s of %s are left out\n", n, what,
+           whose);
+  }
+  return elements;
+}
+
 void print_value(const vnode &value) {
   ddlmsg(log::facility, log::output, "\tval = %s asso = %d \n", text_of(value.value), value.nasso);
   check(count(value.alist) == value.nasso, "asson == vnode->nasso");
-  const DescendingArray<asso> links = collect(value.alist, value.nasso);
+  const DescendingArray<asso> links =
+      collect_to_print(value.alist, value.nasso, "associations", text_of(value.value));
   for (const asso *link : links.added()) {
     ddlmsg(log::facility, log::output, "\t\tassociate = %s value = %s\n", link->assop->name,
            text_of(link->assov->value));
@@ -199,7 +213,8 @@ void print_property(pnode &property) {
   const RwGuard lock(property.rwlock(), RwGuard::Mode::read);
   ddlmsg(log::facility, log::output, "prop = %s val = %d\n", property.name, property.nval);
   check(count(property.vlist) == property.nval, "valn == pnode->nval");
-  const DescendingArray<vnode> values = collect(property.vlist, property.nval);
+  const DescendingArray<vnode> values =
+      collect_to_print(property.vlist, property.nval, "values", property.name);
   for (const vnode *value : values.added())
     print_value(*value);
 }
@@ -239,6 +254,7 @@ int is_proplist_initialized() { return plist ? 1 : 0; }
 
 std::int32_t create_property(const char *name, std::int32_t type, std::uint32_t attr1,
                              std::uint32_t attr2) {
+  const CancellationPutOff uncancelled;  // the ops table is the host's
   OwnedProperty property = create_pnode(name);
   if (property == nullptr) return -1;
   property->type = type;
@@ -330,8 +346,10 @@ std::int32_t destroy_property(const char *name) {
 void print_property_list() {
   ddlmsg(log::facility, log::failure, "Property List\n");
   {
+    const CancellationPutOff uncancelled;  // the log is a file
     const RwGuard generic(generic_lock(), RwGuard::Mode::read);
-    const DescendingArray<pnode> properties = collect(plist, count(plist));
+    const DescendingArray<pnode> properties =
+        collect_to_print(plist, count(plist), "properties", "the database");
     for (pnode *property : properties.added())
       print_property(*property);
   }

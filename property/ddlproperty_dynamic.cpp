@@ -43,6 +43,7 @@ std::int32_t get_asso_val_ts(const char *p, const char *v, const char *q, const 
     if (handled_by != nullptr) library.copy(handled_by->assov->value);
   }
 
+  const CancellationPutOff uncancelled;
   // The arguments may point into the database, and at what the fetch removes.
   TypedString disk;
   disk.copy(given.get());
@@ -78,6 +79,7 @@ std::int32_t get_asso_ts(const char *p, const char *v, const char ***names, cons
     if (leads_exactly_to(KZDDL_PROP_LIBNAME, handled_by)) library.copy(handled_by->assov->value);
   }
 
+  const CancellationPutOff uncancelled;
   // The arguments may point into the database, and at what the fetches remove.
   disk.copy(given.get());
   for (const char *name = dynamic_names.first(); name != nullptr; name = dynamic_names.next(name)) {

@@ -20,12 +20,14 @@ pthread_mutex_t ddlproperty_geometry_mutex = PTHREAD_MUTEX_INITIALIZER;
 std::int32_t ddlproperty_lock_initialized = 0;
 
 void ddlproperty_rwlock_failed() {
+  const CancellationPutOff uncancelled;  // the process ends, not the thread
   ddlmsg(log::facility, log::output, "ddlproperty_rwlock_failed: Unexpected rwlock failure: %s\n",
          std::strerror(errno));
   std::exit(4);
 }
 
 void ddlproperty_mutex_failed() {
+  const CancellationPutOff uncancelled;  // the process ends, not the thread
   ddlmsg(log::facility, log::output, "ddlproperty_mutex_failed: Unexpected mutex failure: %s\n",
          std::strerror(errno));
   std::exit(4);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "base/log.h"
+#include "base/memory.h"
 #include "kzddl/kzmisc_log.h"
 
 using namespace kzddl;
@@ -109,7 +110,7 @@ void print_levels(const sl_list *list, Print print) {
 sl_list *sl_create(std::int32_t levels, float probability, sl_compare_fn compare) {
   if (levels < 1 || levels > KZDDL_SL_MAX_LEVELS) return nullptr;
   const std::size_t size = sizeof(sl_list) + levels * sizeof(sl_node *);
-  auto *list = static_cast<sl_list *>(std::calloc(1, size));
+  auto *list = static_cast<sl_list *>(zeroed_block(size));
   if (list == nullptr) return nullptr;
   list->probability = probability;
   list->max_level = levels - 1;

@@ -26,11 +26,11 @@ namespace {
 /// lock held, before the generic lock.
 pthread_mutex_t replacement_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-/// The address kept in the first bytes of a value's payload, null when that is too short.
+/// The address kept in the first bytes of a value's payload; bytes that it leaves out are zero.
 template <class Pointer>
 Pointer address_in(const TypedString &value) {
   Pointer address = nullptr;
-  if (value.length() >= sizeof address) std::memcpy(&address, value.text(), sizeof address);
+  std::memcpy(&address, value.text(), std::min<std::size_t>(value.length(), sizeof address));
   return address;
 }
 

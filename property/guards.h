@@ -2,6 +2,9 @@
 //
 // A guard's section is only entered with its lock held: any failure to lock or unlock is
 // fatal, reported with the text of the error number.
+//
+// The thread is not cancelled while a mutex or a lock for writing is held. Whoever holds a lock
+// for reading alone, look-ups above all, comes to no cancellation point, or puts it off itself.
 #pragma once
 
 #include <pthread.h>
@@ -9,7 +12,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 
+#include "base/cancellation.h"
 #include "kzddl/ddlproperty_sys.h"
 #include "property/lock_order.h"
 #include "property/reader_slots.h"
@@ -45,6 +50,7 @@ class MutexGuard {
  public:
   explicit MutexGuard(const Mutex &mutex) : mutex_(mutex) {
     if (mutex_.mutex == nullptr) return;
+    uncancelled_.emplace();
     check_order(mutex_.identity());
     require(ddlproperty_mutex_lock(mutex_.mutex));
   }
@@ -64,6 +70,7 @@ class MutexGuard {
   }
 
   Mutex mutex_;
+  std::optional<CancellationPutOff> uncancelled_;
 };
 
 /// A reader-writer lock of the database, or none.
@@ -90,6 +97,7 @@ class RwGuard {
     if (lock_.lock == nullptr) return;
     check_order(lock_.identity());
     if (mode == Mode::write) {
+      uncancelled_.emplace();
       require(ddlproperty_wr_lock(lock_.lock));
       lock_.readers->shut();
       return;
@@ -123,6 +131,8 @@ class RwGuard {
 
   RwLock lock_;
   ReaderSlots::Slot *slot_ = nullptr;  ///< where a reader without the lock is announced
+  /// To the end of the scope: another lock may be held after this one was released.
+  std::optional<CancellationPutOff> uncancelled_;
 };
 
 /// Holds the locks of two different properties for writing, the lower name's taken first.

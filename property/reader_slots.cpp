@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <ctime>
 
+#include "base/cancellation.h"
+
 namespace kzddl {
 
 namespace {
@@ -55,6 +57,7 @@ ReaderSlots::Slot *ReaderSlots::announce() const {
 }
 
 void ReaderSlots::wait_for_readers() {
+  const CancellationPutOff uncancelled;  // the sleep is a cancellation point
   admits_.store(false);
   readers_.store(0, std::memory_order_relaxed);
   for (Line &line : table) {

@@ -3,6 +3,7 @@
 
 #include <sys/auxv.h>
 
+#include <atomic>
 #include <bit>
 #include <cstring>
 
@@ -18,18 +19,30 @@ constexpr std::uint32_t most_without_index = 32;
 /// The process's own random numbers, by which no one outside can tell which payloads share a
 /// bucket.
 struct HashKey {
-  std::uint64_t start;
-  std::uint64_t factor;
+  std::uint64_t start = 0;
+  std::uint64_t factor = 0;
 };
+
+// The key as it was first read; threads that read it at once store the same. Not set before main:
+// a constructor that runs earlier may already store values.
+constinit std::atomic<std::uint64_t> known_start = 0;
+constinit std::atomic<std::uint64_t> known_factor = 0;  // odd once known
 
 HashKey read_key() {
   HashKey key;
-  std::memcpy(&key, std::bit_cast<const void *>(getauxval(AT_RANDOM)), sizeof key);
+  const auto random = getauxval(AT_RANDOM);
+  if (random != 0) std::memcpy(&key, std::bit_cast<const void *>(random), sizeof key);
   key.factor |= 1;
+  known_start.store(key.start, std::memory_order_relaxed);
+  known_factor.store(key.factor, std::memory_order_release);
   return key;
 }
 
-const HashKey hash_key = read_key();
+HashKey hash_key() {
+  const std::uint64_t factor = known_factor.load(std::memory_order_acquire);
+  if (factor == 0) return read_key();
+  return {known_start.load(std::memory_order_relaxed), factor};
+}
 
 /// Both halves of a product, folded into one: each bit depends on all below and above it.
 std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
@@ -49,9 +62,10 @@ std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
 std::uint32_t hash_of(const char *typed) {
   const char *text = text_of(typed);
   std::size_t left = payload_length(typed);
-  std::uint64_t hash = hash_key.start + left;
-  const auto mix = [&hash](std::uint64_t word) {
-    hash = folded_product(hash ^ word, hash_key.factor);
+  const HashKey key = hash_key();
+  std::uint64_t hash = key.start + left;
+  const auto mix = [&hash, &key](std::uint64_t word) {
+    hash = folded_product(hash ^ word, key.factor);
   };
   std::uint64_t word = 0;
   for (; left >= sizeof word; text += sizeof word, left -= sizeof word) {
@@ -105,7 +119,7 @@ void ValueIndex::insert(vnode &value) {
 
 bool ValueIndex::grow(const TypedList<vnode> &values) {
   const std::uint32_t size = buckets_ != nullptr ? size_ * 2 : first_size;
-  auto **buckets = static_cast<vnode **>(std::calloc(size, sizeof(void *)));
+  vnode **buckets = zeroed_array<vnode *>(size).release();
   if (buckets == nullptr) return false;
   std::free(buckets_);
   buckets_ = buckets;

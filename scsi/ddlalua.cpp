@@ -66,7 +66,10 @@ int get_dev_id_page(const unsigned char *page, char *naa, unsigned *port_group,
     std::array<std::uint8_t, 16> bytes{};
     std::copy_n(designator.rest.begin(), std::min(designator.rest.size(), bytes.size()),
                 bytes.begin());
-    const unsigned value = load_be32(bytes.data());
+    const std::uint32_t value = load_be32(bytes.data());
+    // A cut number would be another one: 0 is a group too.
+    const std::size_t number_size = std::max<std::size_t>(designator.length, sizeof value);
+    if (designator.type() != Designator::naa && number_size > designator.rest.size()) return;
     const bool of_unit = designator.association() == Designator::logical_unit;
     const bool of_port = designator.association() == Designator::target_port;
     switch (designator.type()) {

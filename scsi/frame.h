@@ -5,7 +5,7 @@
 //   int inquiry(Generation generation, const odh &path, ...) {
 //     if (ddl_is_arch_ia64() == 1) return inquiry_old(Route(generation, path, flags), ...);
 //     const Route route(generation, path, flags);             // opens the node, if any
-//     if (!route) return errno;
+//     if (!route) return failure();
 //     Buffer data;                                            // allocated after the open
 //     if (const int error = read_data(route, cdb, size, data); error != 0) return error;
 //     ... hand the data over ...
@@ -14,7 +14,7 @@
 // and its legacy twin as
 //
 //   int inquiry_old(const Route &route, ...) {
-//     if (!route) return errno;
+//     if (!route) return failure();
 //     LegacyRequest request(size);
 //     if (const int error = read_legacy(route, cdb, out_length, request); error != 0) return error;
 //     return hand_over(duplicate(request.reply(), reply_size), ...);
@@ -49,11 +49,14 @@ auto dispatch_locked(const Variant &variant) {
   return variant(current_generation());
 }
 
+/// The result for a call that has just failed: errno, never 0.
+inline int failure() { return errno != 0 ? errno : EIO; }
+
 /// The result that most families give for an outcome: 0, errno for a failed call, and the
 /// negated value for a status that the device or the driver reported.
 inline int command_result(int outcome) {
   if (outcome == 0) return 0;
-  return outcome < 0 ? errno : -outcome;
+  return outcome < 0 ? failure() : -outcome;
 }
 
 /// Sends a command and fills `data`, made of `size` zero bytes, with what the device answers.

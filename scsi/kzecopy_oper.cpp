@@ -55,6 +55,7 @@ rcr_oper_parm *make_record(const char *conversion, rcr_oper_parm **record) {
 }  // namespace
 
 int do_operating_parameters(odh *path, rcr_oper_parm **record) {
+  const CancellationPutOff uncancelled;  // a conversion may print
   {
     std::uint32_t length = 0;
     unsigned char *data = nullptr;

@@ -38,7 +38,7 @@ int announced_length(const std::uint8_t *data, int evpd) {
 }
 
 int inquiry_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
-  if (!route) return errno;
+  if (!route) return failure();
   *len = data_size;
   LegacyRequest request(LegacyRequest::header_size + data_size);
   if (const int error = read_legacy(route, inquiry_cdb(question), data_size, request); error != 0) {
@@ -59,7 +59,7 @@ int inquiry(Generation generation, const odh &path, const Question &question, in
   }
 
   const Route route(generation, path, question.flags());
-  if (!route) return errno;
+  if (!route) return failure();
   *len = 0;
   Buffer data;
   if (const int error = read_data(route, inquiry_cdb(question), data_size, data); error != 0) {
@@ -106,6 +106,7 @@ void print_characters(const char *label, const unsigned char *data, int n) {
 }  // namespace
 
 int do_inquiry(odh *path, int evpd, int page, int oflags, int *len, unsigned char **buf) {
+  const CancellationPutOff uncancelled;  // the cache hooks are the host's
   if (evpd == 0 && find_cached(len, buf)) return 0;
   const int result = dispatch_locked([&](Generation generation) {
     return inquiry(generation, *path, {evpd, page, oflags}, len, buf);

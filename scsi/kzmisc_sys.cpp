@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/cancellation.h"
 #include "base/descriptor.h"
 #include "base/driver.h"
 #include "kzddl/kzscsilib.h"
@@ -32,6 +33,7 @@ static_assert(sizeof(ddl_indirect_req) == 16 + sizeof(void *));
 }  // namespace
 
 int ddl_indirect_ioctl(unsigned dev_lo, unsigned dev_hi, unsigned cmd, unsigned oflags, void *arg) {
+  const kzddl::CancellationPutOff uncancelled;
   kzddl::Descriptor control;
   if (!control.open(kzddl::control_node, O_RDWR)) return ENODEV;
 

@@ -37,7 +37,7 @@ int answer_length(const std::uint8_t *answer) { return std::min(answer[0] + 1, a
 int descriptor_count(const std::uint8_t *answer) { return answer[3] / descriptor_size; }
 
 int mode_sense_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
-  if (!route) return errno;
+  if (!route) return failure();
   *len = answer_size;
   LegacyRequest request(LegacyRequest::header_size + answer_size);
   if (const int error = read_legacy(route, mode_sense_cdb(question), answer_size, request);
@@ -51,7 +51,7 @@ int mode_sense_old(const Route &route, const Question &question, int *len, unsig
 /// `status`, if given, gets the status byte of a command that was sent.
 int mode_sense(const Route &route, const Question &question, int *len, unsigned char **buf,
                std::uint8_t *status = nullptr) {
-  if (!route) return errno;
+  if (!route) return failure();
   *len = answer_size;
   Buffer answer;
   const int error = read_data(route, mode_sense_cdb(question), answer_size, answer, status);

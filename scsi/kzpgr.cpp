@@ -95,7 +95,9 @@ std::uint32_t pgr_in(const Route &route, unsigned service_action, pgr_in_data **
   const std::uint32_t error = read_reply(route, service_action, length, second);
   if (error != PGR_OK) return error;
 
-  Owned<pgr_in_data> block(static_cast<pgr_in_data *>(std::malloc(length + reply_overhead)));
+  // With its spare bytes as long as what was asked for.
+  static_assert(sizeof(pgr_in_data) == reply_overhead);
+  Owned<pgr_in_data> block = zeroed_record<pgr_in_data>(length);
   if (block == nullptr) return PGR_NOMEM;
   block->generation = load_be32(second.reply());
   block->length = length;

@@ -44,7 +44,7 @@ Cdb<16> cdb_16(const Question &question) {
 int send(Generation generation, const odh &path, std::span<const std::uint8_t> cdb,
          std::uint32_t size, int *len, unsigned char **buf) {
   const Route route(generation, path, flags);
-  if (!route) return errno;
+  if (!route) return failure();
   *len = 0;
   Buffer data;
   if (const int error = read_data(route, cdb, size, data); error != 0) return error;
@@ -54,7 +54,7 @@ int send(Generation generation, const odh &path, std::span<const std::uint8_t> c
 }
 
 int read_capacity_old(const Route &route, const Question &question, int *len, unsigned char **buf) {
-  if (!route) return errno;
+  if (!route) return failure();
   *len = legacy_out_length;
   LegacyRequest request(LegacyRequest::header_size + legacy_out_length);
   if (const int error = read_legacy(route, cdb_10(question), legacy_out_length, request);

@@ -24,7 +24,7 @@ bool is_transient(const SgRequest &request) {
 }
 
 int do_rtpg_old(const Route &route, unsigned char **reply) {
-  if (!route) return errno;
+  if (!route) return failure();
   LegacyRequest request(legacy_size);
   if (const int error = read_legacy(route, cdb, reply_size, request); error != 0) return error;
   return hand_over(duplicate(request.reply(), reply_size), reply);
@@ -34,7 +34,7 @@ int rtpg(Generation generation, const odh &path, unsigned char **reply) {
   if (ddl_is_arch_ia64() == 1) return do_rtpg_old(Route(generation, path, flags), reply);
 
   const Route route(generation, path, flags);
-  if (!route) return errno;
+  if (!route) return failure();
   Buffer data = zeroed_buffer(reply_size);
   if (data == nullptr) return ENOMEM;
   SgRequest request(cdb, Transfer::from_device(data.get(), reply_size));

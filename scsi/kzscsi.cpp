@@ -17,7 +17,7 @@ Transfer transfer_of(const uscsi_cmd &req) {
 }
 
 int do_scsi_old(const Route &route, uscsi_cmd &req) {
-  if (!route) return errno;
+  if (!route) return failure();
   LegacyRequest request(std::uint64_t{LegacyRequest::header_size} + req.uscsi_cdblen +
                         req.uscsi_buflen);
   if (!request) return ENOMEM;
@@ -34,7 +34,7 @@ int scsi(Generation generation, const odh &path, uscsi_cmd &req) {
   if (ddl_is_arch_ia64() == 1) return do_scsi_old(Route(path.devname, O_RDONLY), req);
 
   const Route route(generation, path, {.direct = O_RDONLY, .indirect = 0});
-  if (!route) return errno;
+  if (!route) return failure();
   SgRequest request({req.uscsi_cdb, req.uscsi_cdblen}, transfer_of(req));
   request.use_sense_buffer(req.uscsi_rqbuf, req.uscsi_rqlen);
   const int outcome = route.outcome(request);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/cancellation.h"
 #include "property/guards.h"
 #include "scsi/version.h"
 
@@ -86,6 +87,7 @@ int ddl_is_arch_ia64() {
   const int known = kzscsi_use_sgio.load(std::memory_order_relaxed);
   if (known != -1) return known;
 
+  const kzddl::CancellationPutOff uncancelled;
   // Stored before the probe: a file that cannot be opened is not tried again.
   kzscsi_use_sgio.store(0, std::memory_order_relaxed);
   const File cpuinfo(std::fopen("/proc/cpuinfo", "r"));
@@ -115,6 +117,7 @@ int ddl_is_linux_64() {
 }
 
 int is_driver_configured(const char *name, dev_t *majors) {
+  const kzddl::CancellationPutOff uncancelled;
   const File devices(std::fopen("/proc/devices", "r"));
   if (devices == nullptr) return -1;
 

@@ -18,7 +18,7 @@ Cdb<12> stpg_cdb(std::uint32_t length) {
 }
 
 int do_stpg_old(const Route &route, const unsigned char *list, std::uint32_t length) {
-  if (!route) return errno;
+  if (!route) return failure();
   const Cdb<12> cdb = stpg_cdb(length);
   LegacyRequest request(std::uint64_t{LegacyRequest::header_size} + cdb.size() + length);
   if (!request) return ENOMEM;
@@ -31,7 +31,7 @@ int stpg(Generation generation, const odh &path, const unsigned char *list, std:
   if (ddl_is_arch_ia64() == 1) return do_stpg_old(Route(generation, path, flags), list, length);
 
   const Route route(generation, path, flags);
-  if (!route) return errno;
+  if (!route) return failure();
   const Cdb<12> cdb = stpg_cdb(length);
   SgRequest request(cdb, Transfer::to_device(list, length));
   const int outcome = route.outcome(request);

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "base/cancellation.h"
 #include "base/descriptor.h"
 #include "kzddl/kzmisc_sys.h"
 #include "kzddl/odh.h"
@@ -34,6 +35,8 @@ struct OpenFlags {
   unsigned indirect;
 };
 
+/// The thread is not cancelled while it has a route: what a command holds is made after its route,
+/// or not held across one.
 class Route {
  public:
   /// The route that `generation` says. The direct one opens the node at once.
@@ -71,6 +74,7 @@ class Route {
                    : ddl_indirect_ioctl(words_.lo, words_.hi, request, oflags_, argument);
   }
 
+  CancellationPutOff uncancelled_;  // before anything is open
   bool direct_ = false;
   DeviceWords words_{};
   unsigned oflags_ = 0;

@@ -146,6 +146,8 @@ void install(Host &host, std::vector<UnitSpec> units, const std::string &machine
     for (const PathSpec &path : unit.paths) {
       host.add({path.node, path.number, path.kind, path.device, path.port, path.initiator,
                 path.address});
+      for (const Fault &fault : path.faults)
+        host.inject(path.node, fault);
     }
   }
   for (const Node &node : multipath_nodes(units))

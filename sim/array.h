@@ -22,6 +22,7 @@ struct PathSpec {
   std::shared_ptr<Device> device;
   std::string initiator{};  ///< the host's own when empty
   std::string address{};    ///< "0:0:1:3"; none when empty
+  std::vector<Fault> faults{};
 };
 
 /// A logical unit: its paths, and the name of its multipath nodes (none when empty).

@@ -13,6 +13,7 @@
 #include "sim/array.h"
 #include "sim/disk.h"
 #include "sim/disk_json.h"
+#include "sim/fault_json.h"
 #include "sim/hostile.h"
 #include "sim/json_file.h"
 #include "sim/json_value.h"
@@ -76,8 +77,8 @@ std::string read_address(const Value &value) {
 
 /// A path without its device, unless captured replies answer on it.
 PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
-  value.require_object(
-      {"node", "device", "kind", "port", "group", "initiator", "address", "replay", "hostile"});
+  value.require_object({"node", "device", "kind", "port", "group", "initiator", "address", "replay",
+                        "hostile", "fail", "delay_ms"});
   PathSpec path{.node = value.at("node").text(255)};
   if (!path.node.starts_with("/")) value.at("node").fail("expected an absolute name");
   const auto [major, minor] = value.at("device").pair(':', 10, 0xFFFFF);
@@ -90,6 +91,7 @@ PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
   value.read("initiator", path.initiator, 64);
   if (value.has("address")) path.address = read_address(value.at("address"));
   if (value.has("replay")) path.device = read_replay(value.at("replay"), folder);
+  path.faults = read_faults(value);
   return path;
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "sim/command_rules.h"
@@ -53,6 +54,7 @@ Host &Host::instance() {
 void Host::add(Node node) {
   if (node.device != nullptr) node.device->connect({node.initiator, node.port.relative_id});
   const std::scoped_lock lock(mutex_);
+  faults_.erase(node.name);
   links_[device_link(node)] = node.address.empty() ? "" : "../../../" + node.address;
   std::string name = node.name;
   nodes_.insert_or_assign(std::move(name), std::move(node));
@@ -81,7 +83,7 @@ void Host::drop_privileges() {
 
 void Host::inject(const std::string &node, Fault fault) {
   const std::scoped_lock lock(mutex_);
-  faults_[node].push_back(std::move(fault));
+  faults_[node].add(std::move(fault));
 }
 
 void Host::fail_open(const std::string &node, int error) {
@@ -89,10 +91,7 @@ void Host::fail_open(const std::string &node, int error) {
   open_errors_[node] = error;
 }
 
-void Host::remove(const std::string &node) {
-  const std::scoped_lock lock(mutex_);
-  removed_.insert(node);
-}
+void Host::remove(const std::string &node) { inject(node, {.times = -1, .gone = Gone::removed}); }
 
 std::vector<Node> Host::nodes() const {
   const std::scoped_lock lock(mutex_);
@@ -125,7 +124,7 @@ std::optional<int> Host::open(const std::string &name, int flags) {
   }
   if (!is_control && !nodes_.contains(name)) return std::nullopt;
   if (is_control && !privileged_) return fail(EACCES);
-  if (removed_.contains(name)) return fail(ENXIO);
+  if (!is_control && refuse_open(nodes_.at(name), static_cast<unsigned>(flags))) return fail(ENXIO);
   // A real descriptor keeps the number from being given out twice.
   const int fd = platform::open("/dev/null", O_RDWR | O_CLOEXEC);
   if (fd >= 0) descriptors_[fd] = {name, static_cast<unsigned>(flags)};
@@ -165,7 +164,7 @@ int Host::ioctl_control(unsigned long request, void *argument) {
     });
     if (found == nodes_.end()) return fail(ENODEV);
     name = found->first;
-    if (removed_.contains(name)) return fail(ENXIO);
+    if (refuse_open(found->second, record->oflags)) return fail(ENXIO);
   }
   Request origin{
       .through_control_node = true, .control_request = request, .oflags = record->oflags};
@@ -181,8 +180,11 @@ int Host::perform(const std::string &name, unsigned long command, void *argument
   Node node;
   {
     const std::scoped_lock lock(mutex_);
-    if (removed_.contains(name)) return fail(ENODEV);
     node = nodes_.at(name);
+    // The legacy request through an sg node does not look: the host adapter then fails it.
+    const bool is_sg = node.kind == NodeKind::character;
+    const auto gone = refuse_as_gone(name, is_sg && command == SCSI_IOCTL_SEND_COMMAND);
+    if (gone) return fail(*gone == Gone::offline && is_sg ? ENXIO : ENODEV);
   }
   request.node = name;
   switch (command) {
@@ -285,11 +287,9 @@ std::optional<Reply> Host::answer(const Node &node, const Request &request) {
     errno = EPERM;
     return std::nullopt;
   }
-  const std::optional<Fault> fault = take_fault(node.name, request.cdb[0]);
-  {
-    const std::scoped_lock lock(mutex_);
-    if (records_) requests_.push_back(request);
-  }
+  // With no lock held: what other paths are asked goes on side by side.
+  const auto [delay, fault] = meet_faults(request);
+  if (delay.count() != 0) std::this_thread::sleep_for(delay);
   if (fault && fault->before) fault->before();
   if (fault && fault->error) {
     errno = *fault->error;
@@ -307,15 +307,25 @@ std::optional<Reply> Host::answer(const Node &node, const Request &request) {
   return reply;
 }
 
-std::optional<Fault> Host::take_fault(const std::string &node, std::uint8_t opcode) {
+std::optional<Gone> Host::refuse_as_gone(const std::string &node, bool passes_when_offline) {
+  const auto faults = faults_.find(node);
+  if (faults == faults_.end()) return std::nullopt;
+  const std::optional<Gone> gone = faults->second.gone();
+  if (!gone || (*gone == Gone::offline && passes_when_offline)) return std::nullopt;
+  faults->second.count_gone();
+  return gone;
+}
+
+bool Host::refuse_open(const Node &node, unsigned flags) {
+  const bool passes = node.kind == NodeKind::character && (flags & O_NONBLOCK) != 0;
+  return refuse_as_gone(node.name, passes).has_value();
+}
+
+FaultList::Effect Host::meet_faults(const Request &request) {
   const std::scoped_lock lock(mutex_);
-  std::vector<Fault> &faults = faults_[node];
-  const auto found = std::find_if(faults.begin(), faults.end(), [opcode](const Fault &fault) {
-    return fault.times != 0 && fault.opcode.value_or(opcode) == opcode;
-  });
-  if (found == faults.end()) return std::nullopt;
-  if (found->times > 0) --found->times;
-  return *found;
+  if (records_) requests_.push_back(request);
+  const auto faults = faults_.find(request.node);
+  return faults != faults_.end() ? faults->second.meet(request) : FaultList::Effect{};
 }
 
 bool Host::stat(const std::string &name, mode_t &mode, dev_t &number) const {

@@ -9,16 +9,16 @@
 #include <sys/types.h>
 
 #include <cstdio>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "sim/device.h"
+#include "sim/fault.h"
+#include "sim/request.h"
 
 namespace sim {
 
@@ -42,37 +42,12 @@ struct Node {
   std::string address{};  ///< what the kernel calls the device, "0:0:1:3"; empty: no SCSI device
 };
 
-/// A request as it reached a device.
-struct Request {
-  enum class Form { sg_io, legacy };
-
-  std::string node;  ///< the device's node
-  bool through_control_node = false;
-  unsigned long control_request = 0;  ///< the ioctl that the control node got
-  unsigned oflags = 0;                ///< open flags of the node, or of the indirect request
-  Form form = Form::sg_io;
-  Bytes cdb{};
-  Bytes data_out{};
-  sg_io_hdr header{};            ///< SG_IO: the header before it was answered
-  std::uint32_t in_length = 0;   ///< legacy: bytes sent
-  std::uint32_t out_length = 0;  ///< legacy: bytes expected
-};
-
-/// Something that goes wrong with requests of a node.
-struct Fault {
-  std::optional<std::uint8_t> opcode{};   ///< only for this operation code
-  int times = 1;                          ///< how often; -1: for ever
-  std::optional<int> error{};             ///< the ioctl fails with this errno
-  std::optional<Reply> reply{};           ///< answered in the device's place
-  std::function<void(Reply &)> change{};  ///< alters the device's own reply
-  std::function<void()> before{};         ///< runs before the request is answered
-};
-
 class Host {
  public:
   /// The process's simulated host. Empty at first: everything passes to the real platform.
   static Host &instance();
 
+  /// In the place of any node of that name, without its faults.
   void add(Node node);
   /// Adds the multipath driver's control node.
   void add_control_node();
@@ -123,7 +98,11 @@ class Host {
   int legacy(const Node &node, void *argument, Request request);
   bool may_send(const Request &request) const;
   std::optional<Reply> answer(const Node &node, const Request &request);
-  std::optional<Fault> take_fault(const std::string &node, std::uint8_t opcode);
+  // How the path is gone now, and whether a node cannot be opened for that; both count what they
+  // refuse, and want the mutex held.
+  std::optional<Gone> refuse_as_gone(const std::string &node, bool passes_when_offline);
+  bool refuse_open(const Node &node, unsigned flags);
+  FaultList::Effect meet_faults(const Request &request);
 
   mutable std::mutex mutex_;
   std::map<std::string, Node> nodes_;
@@ -133,9 +112,8 @@ class Host {
   std::map<std::string, std::string> links_;
   bool knows_machine_ = false;
   std::optional<std::string> machine_;
-  std::map<std::string, std::vector<Fault>> faults_;
+  std::map<std::string, FaultList> faults_;
   std::map<std::string, int> open_errors_;
-  std::set<std::string> removed_;
   std::map<int, Descriptor> descriptors_;
   bool records_ = true;
   std::vector<Request> requests_;

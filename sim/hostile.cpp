@@ -112,8 +112,8 @@ void Hostile::fail_with_status(std::span<const std::uint8_t> /*cdb*/, Reply &rep
                                               status::busy,
                                               status::reservation_conflict,
                                               0x04,
-                                              0x28,
-                                              0x40};
+                                              status::task_set_full,
+                                              status::task_aborted};
   reply.status = random_.one_in(8) ? random_.byte() : random_.pick(statuses);
   reply.sense = sense();
 }

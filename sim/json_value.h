@@ -29,6 +29,8 @@ class Value {
   std::string text(std::size_t longest) const;
   /// One of these words, by its index.
   std::size_t choice(std::initializer_list<const char *> words) const;
+  bool is_text() const { return value_.is_string(); }
+  bool is_list() const { return value_.is_array(); }
   bool is_false() const { return value_.is_boolean() && !value_.get<bool>(); }
   bool boolean() const;
   /// A whole number.

@@ -16,6 +16,8 @@ inline constexpr std::uint8_t good = 0x00;
 inline constexpr std::uint8_t check_condition = 0x02;
 inline constexpr std::uint8_t busy = 0x08;
 inline constexpr std::uint8_t reservation_conflict = 0x18;
+inline constexpr std::uint8_t task_set_full = 0x28;
+inline constexpr std::uint8_t task_aborted = 0x40;
 }  // namespace status
 
 namespace opcode = kzddl::opcode;

@@ -77,9 +77,11 @@ TEST_P(CommandWire, RequestsAndResults) {
     }
     host.inject(node, {.reply = Reply::check_condition({0x05, 0x24, 0})});
     expect_result(results.refused, refused);
-    host.inject(node, {.error = EIO});
-    expect_result(results.failed, refused);
-    EXPECT_EQ(host.take_requests().size(), 2u);
+    for (const int error : {EIO, 0}) {  // a failing call that gives no reason counts as EIO
+      host.inject(node, {.error = error});
+      expect_result(results.failed, refused);
+    }
+    EXPECT_EQ(host.take_requests().size(), 3u);
 
     host.fail_open(control ? sim::control_node : node, EACCES);
     // The node is opened first, the control node with each request.

@@ -76,6 +76,9 @@ TEST(TargetDescriptor, Display) {
   EXPECT_STREQ(padded, "ab   ");
   padstring("abcdefghij", padded, 6);
   EXPECT_STREQ(padded, "abcde");
+  for (const int none : {0, -1, INT32_MIN})
+    EXPECT_EQ(padstring("ab", padded + 3, none), 0);
+  EXPECT_STREQ(padded, "abcde");
 }
 
 TEST(TargetDescriptor, TypedStringWrappers) {

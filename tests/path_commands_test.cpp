@@ -1,6 +1,8 @@
 // The commands of path management: retries of REPORT TARGET PORT GROUPS, the two passes and the
 // results of persistent reservations; and the decoders of port groups and of the identification
 // page, each on bytes that end before an inaccessible page.
+#include <malloc.h>
+
 #include <algorithm>
 
 #include "base/bytes.h"
@@ -99,6 +101,7 @@ INSTANTIATE_TEST_SUITE_P(, Pgr, testing::Values(direct, indirect_64, legacy_indi
 
 TEST_P(Pgr, InTwoPasses) {
   answer_keys(16, 16, 2);
+  mallopt(M_PERTURB, 0xA5);  // blocks are not zero by chance
   {
     const CountMalloc allocations;
     EXPECT_EQ(in(), ok);
@@ -106,7 +109,9 @@ TEST_P(Pgr, InTwoPasses) {
   }
   EXPECT_EQ(data->generation, 77u);
   EXPECT_EQ(data->length, 16u);
-  EXPECT_EQ(data->data[0], 0xAB);
+  Bytes expected(16, 0xAB);
+  expected.resize(16 + 4);  // the spare bytes are zero
+  EXPECT_EQ(Bytes(data->data, data->data + expected.size()), expected);
   const auto requests = host.take_requests();
   ASSERT_EQ(requests.size(), 2u);
   for (const std::uint8_t pass : {0, 1}) {
@@ -270,7 +275,9 @@ TEST(IdentificationPage, NamesThePath) {
       {"bytes past its end count as zero",
        page_of({1, 3, 0, 8, 0xAB, 0xCD}),
        {"ABCD0000000000000000000000000000", none, none, none}},
-      {"a cut port group", page_of({1, 0x15, 0, 4, 1, 2}), {unset, 0x01020000, none, none}},
+      {"a cut relative port", page_of({1, 0x14, 0, 4}), nothing},
+      {"a cut port group", page_of({1, 0x15, 0, 4, 1, 2, 3}), nothing},
+      {"a cut unit group", page_of({1, 0x06, 0, 8, 0, 0, 0, 9}), nothing},
       {"a cut header", page_of({1}), nothing},
       {"a header at the very end", full, {std::string(32, '0'), none, none, none}},
   };

@@ -3,18 +3,24 @@
 //
 //   # ...              a comment
 //   % {...}            a new disk: its description without paths, on "a" and "b", two paths of
-//                      one host through a port and a group each, and "c", another host's like "a"
+//                      one host through a port and a group each, "c", another host's like "a", and
+//                      "sg", an sg node like "a"; "a" and "sg" with the members after "}; "
 //   NODE COMMAND = ... what a node is sent, and how that ended: good, with the data that came,
-//                      conflict, or key/code/qualifier of the sense data
+//                      conflict, key/code/qualifier of the sense data, another status, a host
+//                      status, or an errno
 //
-// A command is its CDB, "< DATA" behind it for what is sent with it, or one of the words below.
+// A command is its CDB, "< DATA" behind it for what is sent with it, or one of the words below;
+// "legacy" before a CDB sends it so, for 8 bytes of data.
 #include "sim/disk.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <scsi/scsi_ioctl.h>
 #include <sys/ioctl.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -52,11 +58,17 @@ Bytes data_of(const std::string &text) {
 
 class SimDisk : public testing::TestWithParam<const char *> {
  protected:
-  void use(const std::string &unit) {
+  void use(const std::string &line) {
+    const std::size_t end = std::min(line.find("; "), line.size());
+    const std::string unit = line.substr(0, end);
+    const std::string member = end < line.size() ? ", " + line.substr(end + 2) : "";
     const std::string file = testing::TempDir() + "sim_disk_test_" + std::to_string(getpid());
     std::ofstream(file) << R"({"units": [)" << unit.substr(0, unit.rfind('}'))
                         << (unit.find(':') == std::string::npos ? "" : ", ") << R"("paths": [
-      {"node": "/dev/a", "device": "8:0", "port": 1, "group": 1},
+      {"node": "/dev/a", "device": "8:0", "port": 1, "group": 1)"
+                        << member << R"(},
+      {"node": "/dev/sg", "device": "21:0", "port": 1, "group": 1, "kind": "character")"
+                        << member << R"(},
       {"node": "/dev/b", "device": "8:16", "port": 2, "group": 2},
       {"node": "/dev/c", "device": "8:32", "port": 1, "group": 1, "initiator": "c"}]}]})";
     install_file(Host::instance(), file);
@@ -66,7 +78,7 @@ class SimDisk : public testing::TestWithParam<const char *> {
   /// Sends a command with data, or expects data of that size; how it ended.
   std::string send(const std::string &node, Bytes cdb, Bytes data, int direction) {
     kzddl::Descriptor fd;
-    EXPECT_TRUE(fd.open(("/dev/" + node).c_str(), O_RDWR));
+    if (!fd.open(("/dev/" + node).c_str(), O_RDWR)) return strerrorname_np(errno);
     unsigned char sense[32] = {};
     sg_io_hdr header{};
     header.interface_id = 'S';
@@ -77,17 +89,31 @@ class SimDisk : public testing::TestWithParam<const char *> {
     header.dxferp = data.data();
     header.cmdp = cdb.data();
     header.sbp = sense;
-    EXPECT_EQ(ioctl(fd.get(), SG_IO, &header), 0);
+    if (ioctl(fd.get(), SG_IO, &header) != 0) return strerrorname_np(errno);
+    if (header.host_status != 0) return "host " + std::to_string(header.host_status);
     data.resize(data.size() - static_cast<std::size_t>(header.resid));
     if (header.status == status::reservation_conflict) return "conflict";
     if (header.status == 0) {
       return "good" + (direction == SG_DXFER_FROM_DEV ? text_of(data) : "");
     }
+    if (header.status != status::check_condition) return "status " + std::to_string(header.status);
     const bool fixed = sense[0] == 0x70;
     char text[32];
     std::snprintf(text, sizeof text, "%s%x/%x/%x", fixed ? "" : "descriptor ", sense[fixed ? 2 : 1],
                   sense[fixed ? 12 : 2], sense[fixed ? 13 : 3]);
     return text;
+  }
+
+  std::string send_legacy(const std::string &node, const Bytes &cdb) {
+    kzddl::Descriptor fd;
+    if (!fd.open(("/dev/" + node).c_str(), O_RDWR)) return strerrorname_np(errno);
+    Bytes buffer(24);
+    buffer[4] = 8;
+    std::ranges::copy(cdb, &buffer[8]);
+    const int result = ioctl(fd.get(), SCSI_IOCTL_SEND_COMMAND, buffer.data());
+    if (result != 0)
+      return result < 0 ? strerrorname_np(errno) : "status " + std::to_string(result);
+    return "good" + text_of({&buffer[8], &buffer[16]});
   }
 
   std::string run(const std::string &line) {
@@ -120,6 +146,7 @@ class SimDisk : public testing::TestWithParam<const char *> {
       return send(node, cdb, list, SG_DXFER_TO_DEV);
     }
     const std::string command = line.substr(node.size() + 1);
+    if (word == "legacy") return send_legacy(node, capture::parse_hex(command.substr(7)));
     const std::size_t out = command.find(" < ");
     if (out == std::string::npos) return read(command.c_str());
     return send(node, capture::parse_hex(command.substr(0, out)), data_of(command.substr(out + 3)),
@@ -144,7 +171,8 @@ TEST_P(SimDisk, AnswersAsWrittenDown) {
   EXPECT_GT(commands, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(, SimDisk, testing::Values("blocks", "modes", "reservations", "groups"),
+INSTANTIATE_TEST_SUITE_P(, SimDisk,
+                         testing::Values("blocks", "modes", "reservations", "groups", "faults"),
                          [](const auto &info) { return std::string(info.param); });
 
 using SimDiskThreads = SimDisk;

@@ -4,13 +4,16 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <random>
 
 #include "support/disk_test.h"
 #include "support/run_tool.h"
 #include "tools/block_io.h"
+#include "tools/copy_limits.h"
 #include "tools/error.h"
 #include "tools/mode_sense.h"
+#include "tools/reservations.h"
 
 namespace kzddl_test {
 namespace {
@@ -154,21 +157,33 @@ TEST_P(ToolBlocks, UnitAttentionsArePassedOver) {
   for (int times = 1; times <= 2; ++times) {
     answer(attention, times);
     EXPECT_EQ(failure_of_read(20), "");
-    answer(attention, times);
-    EXPECT_FALSE(tool::is_reserved_elsewhere(device_));
   }
+  answer(attention, 1);
+  EXPECT_FALSE(tool::is_reserved_elsewhere(device_));
   answer(attention, 3);
   EXPECT_THROW(tool::read_capacity(device_), tool::Error);
 }
 
-TEST_P(ToolBlocks, ADeadPathDoesNotReadAsZeros) {
-  const auto fail = [this](std::uint8_t opcode) {
-    host.inject(node, {.opcode = opcode, .times = -1, .reply = Reply{.host_status = 1}});
-  };
-  fail(sim::opcode::read_10);
-  EXPECT_EQ(failure_of_read(8), "") << "a host error is hidden from the legacy request";
-  fail(sim::opcode::test_unit_ready);
-  EXPECT_EQ(failure_of_read(8), "no connection to the device");
+TEST_P(ToolBlocks, LostRequestsLoseNoData) {
+  tool::BlockDevice disk(device_, "write");
+  Bytes written(300 * 512);
+  std::iota(written.begin(), written.end(), std::uint8_t{0});
+  Bytes read(written.size(), 0xEE);
+  for (const std::uint8_t opcode : {sim::opcode::write_10, sim::opcode::read_10})
+    host.inject(node, {.opcode = opcode, .reply = Reply{.host_status = 3}});
+  EXPECT_EQ(disk.write(5, written).blocks, 300u);
+  EXPECT_EQ(disk.read(5, read).blocks, 300u);
+  EXPECT_EQ(read, written);
+
+  const std::pair<Reply, std::string> losses[] = {
+      {{.host_status = 1}, "no connection to the device"}, {{}, "0 of 512 bytes moved"}};
+  for (const auto &[reply, failure] : losses) {
+    // The last of three requests, and its first block.
+    host.inject(node, {.opcode = sim::opcode::read_10, .times = 2, .reply = reply, .after = 2});
+    const tool::Moved moved = disk.read(0, read);
+    EXPECT_EQ(moved.blocks, 256u);
+    EXPECT_EQ(moved.failure, failure);
+  }
 }
 
 TEST_P(ToolBlocks, ReservedByAnotherHost) {
@@ -189,6 +204,32 @@ TEST_P(ToolBlocks, ReservedByAnotherHost) {
     EXPECT_EQ(tool::is_reserved_elsewhere(device_), reserved);
     EXPECT_EQ(failure_of_read(8), reserved ? "RESERVATION CONFLICT" : "");
   }
+}
+
+class ToolWitness : public WayTest {};
+INSTANTIATE_TEST_SUITE_P(, ToolWitness, every_way, way_name);
+
+TEST_P(ToolWitness, ADeadPathVouchesForNothing) {
+  tool::Device device(node);
+  const auto reason = [&device](auto ask) -> std::string {
+    try {
+      ask(device);
+    } catch (const tool::Error &error) {
+      return error.reason();
+    }
+    return "answered";
+  };
+  const std::string refused = "on IA-64 a request that is lost looks like one that succeeds";
+  const std::string dead = GetParam().ia64 ? refused : "timed out";
+  const auto change = [](tool::Device &d) { tool::change_reservations(d, {.service_key = 1}); };
+  answer(Reply{.host_status = 3});
+  EXPECT_EQ(reason(tool::read_reservations), dead);
+  EXPECT_EQ(reason(tool::read_copy_limits), dead);
+  EXPECT_EQ(reason(tool::is_reserved_elsewhere), dead);
+  host.take_requests();
+  EXPECT_EQ(reason(change),
+            GetParam().ia64 ? refused : dead + "; it may or may not have been carried out");
+  EXPECT_EQ(host.take_requests().size(), GetParam().ia64 ? 0u : 1u) << "once is enough";
 }
 
 TEST_P(ToolBlocks, CapacitiesThatCannotBeAreRefused) {

@@ -7,17 +7,14 @@
 #include <utility>
 
 #include "base/bytes.h"
-#include "kzddl/kzdiskio.h"
 #include "tools/error.h"
 #include "tools/query.h"
-#include "tools/readiness.h"
 
 namespace tool {
 namespace {
 
-constexpr std::size_t disk_io_block = 512;      ///< the only size that the library's disk I/O knows
-constexpr std::size_t chunk_size = 512 * 1024;  ///< bytes
-constexpr std::size_t request_size = 4096;  ///< bytes of a command, as in the library's disk I/O
+constexpr std::size_t chunk_size = 512 * 1024;   ///< bytes
+constexpr std::size_t request_size = 64 * 1024;  ///< bytes that both routes and every adapter take
 constexpr std::uint32_t largest_block = chunk_size;
 constexpr std::uint64_t last_of_32_bits = std::numeric_limits<std::uint32_t>::max();
 
@@ -40,18 +37,11 @@ Cdb cdb_of(std::uint64_t lba, std::size_t blocks, bool writes) {
   return cdb;
 }
 
-bool is_ready(Device &device) {
-  try {
-    return test_unit_ready(device).ready;
-  } catch (const Error &) {
-    return false;
-  }
-}
-
 }  // namespace
 
 BlockDevice::BlockDevice(Device &device, std::string operation)
     : device_(device), operation_(std::move(operation)), capacity_(read_capacity(device)) {
+  require_told_outcomes(device, operation_);
   if (!capacity_.blocks() || capacity_.block_size == 0 || capacity_.block_size > largest_block) {
     throw Error(operation_, name(),
                 fmt::format("the device reports a last LBA of {} and blocks of {} bytes",
@@ -75,34 +65,31 @@ Moved BlockDevice::write(std::uint64_t lba, std::span<std::uint8_t> data) {
   return move(lba, data, true);
 }
 
-/// The pass-through does what the library's disk I/O cannot, and finds out where and why that
-/// failed.
 Moved BlockDevice::move(std::uint64_t lba, std::span<std::uint8_t> data, bool writes) {
   const std::size_t count = data.size() / block_size();
-  if (disk_io(lba, data, writes)) return {count};
-  std::size_t step = std::max<std::size_t>(1, request_size / block_size());
+  const std::size_t step = std::max<std::size_t>(1, request_size / block_size());
   for (std::size_t done = 0; done < count;) {
     const std::size_t blocks = std::min(step, count - done);
-    const auto part = data.subspan(done * block_size(), blocks * block_size());
-    if (auto failure = send(lba + done, part, writes); !failure) {
-      done += blocks;
-    } else if (blocks == 1) {
-      return {done, std::move(*failure)};
-    } else {
-      step = 1;
-    }
+    Moved moved =
+        move_step(lba + done, data.subspan(done * block_size(), blocks * block_size()), writes);
+    done += moved.blocks;
+    if (!moved.failure.empty()) return {done, std::move(moved.failure)};
   }
   return {count};
 }
 
-bool BlockDevice::disk_io(std::uint64_t lba, std::span<std::uint8_t> data, bool writes) {
-  const std::size_t count = data.size() / disk_io_block;
-  if (block_size() != disk_io_block || lba + (count - 1) > last_of_32_bits) return false;
-  const int result =
-      do_diskio(device_.path(), static_cast<unsigned>(lba), static_cast<unsigned>(count),
-                data.data(), writes ? KZDDL_DISKIO_WRITE : KZDDL_DISKIO_READ);
-  // Its request succeeds on a path that has died: only success on a living path counts.
-  return result == 0 && is_ready(device_);
+/// One request. What failed goes again block by block, which finds the block that fails: a write
+/// that was carried out after all puts the same data in the same place.
+Moved BlockDevice::move_step(std::uint64_t lba, std::span<std::uint8_t> data, bool writes) {
+  const std::size_t count = data.size() / block_size();
+  auto failure = send(lba, data, writes);
+  if (!failure) return {count};
+  if (count == 1) return {0, std::move(*failure)};
+  for (std::size_t i = 0; i < count; ++i) {
+    failure = send(lba + i, data.subspan(i * block_size(), block_size()), writes);
+    if (failure) return {i, std::move(*failure)};
+  }
+  return {count};
 }
 
 /// Sends one command; says why it failed, if it did.

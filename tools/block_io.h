@@ -1,4 +1,4 @@
-// The blocks of a disk, read and written.
+// The blocks of a disk, read and written by the pass-through, which tells when a request was lost.
 #pragma once
 
 #include <cstdint>
@@ -37,7 +37,7 @@ class BlockDevice {
 
  private:
   Moved move(std::uint64_t lba, std::span<std::uint8_t> data, bool writes);
-  bool disk_io(std::uint64_t lba, std::span<std::uint8_t> data, bool writes);
+  Moved move_step(std::uint64_t lba, std::span<std::uint8_t> data, bool writes);
   std::optional<std::string> send(std::uint64_t lba, std::span<std::uint8_t> data, bool writes);
 
   Device &device_;

@@ -20,11 +20,10 @@ Subcommand add_copy_limits(CLI::App &app, Context &context) {
   const auto nodes = std::make_shared<std::vector<std::string>>();
   parser->add_option("NODE", *nodes, "Device nodes")->required()->option_text("...");
   parser->footer(
-      "Sends RECEIVE COPY RESULTS, always through the control node, and asks for mode\n"
-      "page 0Eh where that fails; held data and stream transfer are then unknown and\n"
-      "shown as none.\n\n"
+      "Sends RECEIVE COPY RESULTS, and asks for mode page 0Eh where the device refuses\n"
+      "that; held data and stream transfer are then unknown and shown as none.\n\n"
       "Examples:\n"
-      "  kzddl copy-limits /dev/sda\n"
+      "  kzddl copy-limits --route direct /dev/sda\n"
       "  kzddl --sim copy-limits /dev/sda /dev/sdb --json");
   return {parser, [&context, nodes] { context.show_each(*nodes, device_view); }};
 }

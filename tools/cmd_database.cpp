@@ -79,8 +79,10 @@ View database_view() {
 
 void run(Context &context, std::vector<std::string> nodes, bool log) {
   if (nodes.empty()) nodes = find_nodes();
-  for (const Unanswered &node : discover(nodes).unanswered)
+  const Discovery found = discover(nodes);
+  for (const Unanswered &node : found.unanswered)
     context.report(node.error);
+  if (!found.is_sound()) context.fail();
   if (log) {
     print_property_list();
   } else {

@@ -13,23 +13,43 @@ namespace {
 
 // --- text ---
 
+/// Why it is not known which unit a node leads to.
+std::string node_problem(const Unanswered &node) { return Problem(node.error).words(); }
+
 Columns::Row path_row(const Path &path) {
   return {path.node, path.address, path.number.text(), path.readiness.words()};
 }
 
+/// A node's line, and one for each question that it failed to answer.
+struct NodeLines {
+  Columns::Row row;
+  std::vector<std::string> problems{};
+};
+
 /// What hangs below a unit: a node, or a port group and the paths through it.
 struct Branch {
   std::string group;
-  std::vector<Columns::Row> rows;
+  std::vector<NodeLines> nodes;
 };
+
+/// The line of the node itself tells whether it is ready.
+bool is_shown_apart(const Problem &problem) { return problem.operation != "ready"; }
+
+NodeLines path_lines(const Path &path) {
+  NodeLines lines{path_row(path)};
+  for (const Problem &problem : path.problems) {
+    if (is_shown_apart(problem)) lines.problems.push_back(problem.words());
+  }
+  return lines;
+}
 
 /// Multipath nodes before the paths behind them.
 std::vector<Branch> branches(const LogicalUnit &unit) {
   std::vector<Branch> list;
   const auto add_node = [&list](std::string_view kind, const Path &path) {
-    Columns::Row row = path_row(path);
-    row.insert(row.begin(), std::string(kind));
-    list.push_back({{}, {std::move(row)}});
+    NodeLines lines = path_lines(path);
+    lines.row.insert(lines.row.begin(), std::string(kind));
+    list.push_back({{}, {std::move(lines)}});
   };
   for (const Path &path : unit.multipath_nodes)
     add_node("multipath", path);
@@ -39,7 +59,7 @@ std::vector<Branch> branches(const LogicalUnit &unit) {
     } else {
       const std::string group = path.access->words();
       if (list.empty() || list.back().group != group) list.push_back({group, {}});
-      list.back().rows.push_back(path_row(path));
+      list.back().nodes.push_back(path_lines(path));
     }
   }
   return list;
@@ -61,21 +81,39 @@ Prefix tree_prefix(const std::string &stem, bool is_last) {
           stem + std::string(is_last ? marks.blank : marks.bar)};
 }
 
-std::string rows_text(const Branch &branch, const std::string &stem, bool is_last,
+std::string nodes_text(const Branch &branch, const std::string &stem, bool is_last,
                       const TreeColumns &columns) {
   std::string text;
-  for (const Columns::Row &row : branch.rows) {
-    const bool ends = is_last && &row == &branch.rows.back();
-    text += columns.of(branch).line(tree_prefix(stem, ends), row);
+  for (const NodeLines &node : branch.nodes) {
+    const Prefix prefix = tree_prefix(stem, is_last && &node == &branch.nodes.back());
+    text += columns.of(branch).line(prefix, node.row);
+    for (const std::string &problem : node.problems)
+      text += paragraph({prefix.next, prefix.next + "  "}, problem);
   }
   return text;
 }
 
 std::string branch_text(const Branch &branch, const std::string &stem, bool is_last,
                         const TreeColumns &columns) {
-  if (branch.group.empty()) return rows_text(branch, stem, is_last, columns);
+  if (branch.group.empty()) return nodes_text(branch, stem, is_last, columns);
   const Prefix prefix = tree_prefix(stem, is_last);
-  return paragraph(prefix, branch.group) + rows_text(branch, prefix.next, true, columns);
+  return paragraph(prefix, branch.group) + nodes_text(branch, prefix.next, true, columns);
+}
+
+/// Did a node of the unit fail to tell whether there is a cabinet's serial number?
+bool is_cabinet_in_doubt(const LogicalUnit &unit) {
+  const auto failed = [](const Path &path) {
+    return std::ranges::any_of(path.problems, [](const Problem &problem) {
+      return problem.operation.starts_with("inquiry");
+    });
+  };
+  return std::ranges::any_of(unit.paths, failed) ||
+         std::ranges::any_of(unit.multipath_nodes, failed);
+}
+
+std::string cabinet_text(const LogicalUnit &unit) {
+  if (!unit.cabinet.empty()) return "cabinet " + unit.cabinet;
+  return is_cabinet_in_doubt(unit) ? "cabinet not known" : "no cabinet serial";
 }
 
 std::string maker_text(const LogicalUnit &unit) {
@@ -85,7 +123,7 @@ std::string maker_text(const LogicalUnit &unit) {
   }
   if (text.empty()) text = unit.device_type;
   if (!unit.revision.empty()) text += fmt::format(" rev {}", unit.revision);
-  return text + (unit.cabinet.empty() ? ", no cabinet serial" : ", cabinet " + unit.cabinet);
+  return text + ", " + cabinet_text(unit);
 }
 
 std::string size_text(const LogicalUnit &unit) {
@@ -95,16 +133,46 @@ std::string size_text(const LogicalUnit &unit) {
   return text;
 }
 
-std::string unit_text(const LogicalUnit &unit, bool is_last, const TreeColumns &columns) {
+/// A block of the tree: what its first lines say, and what hangs below them.
+struct Block {
+  std::string head;
+  std::string more{};
+  std::vector<Branch> branches;
+};
+
+Block unit_block(const LogicalUnit &unit) {
+  return {.head = fmt::format("{} {}{}", identifier_type_words(unit.identifier_kind),
+                              unit.identifier, size_text(unit)),
+          .more = maker_text(unit),
+          .branches = branches(unit)};
+}
+
+/// Nobody knows whether these lead to one of the other units.
+Block unanswered_block(const std::vector<Unanswered> &nodes) {
+  Block block{.head = "logical unit not known", .branches = {}};
+  for (const Unanswered &node : nodes) {
+    block.branches.push_back({{},
+                              {{{"node", node.node, node.address,
+                                 node.number ? node.number->text() : "", node_problem(node)}}}});
+  }
+  return block;
+}
+
+std::vector<Block> blocks(const Discovery &found) {
+  std::vector<Block> list;
+  for (const LogicalUnit &unit : found.units)
+    list.push_back(unit_block(unit));
+  if (!found.unanswered.empty()) list.push_back(unanswered_block(found.unanswered));
+  return list;
+}
+
+std::string block_text(const Block &block, bool is_last, const TreeColumns &columns) {
   const Prefix prefix = tree_prefix("", is_last);
   const std::string &stem = prefix.next;
-  std::string text =
-      paragraph(prefix, fmt::format("{} {}{}", identifier_type_words(unit.identifier_kind),
-                                    unit.identifier, size_text(unit)));
-  text += paragraph(Prefix(stem), maker_text(unit));
-  const std::vector<Branch> list = branches(unit);
-  for (const Branch &branch : list)
-    text += branch_text(branch, stem, &branch == &list.back(), columns);
+  std::string text = paragraph(prefix, block.head);
+  if (!block.more.empty()) text += paragraph(Prefix(stem), block.more);
+  for (const Branch &branch : block.branches)
+    text += branch_text(branch, stem, &branch == &block.branches.back(), columns);
   return text + (is_last ? "" : paragraph(Prefix(stem), ""));
 }
 
@@ -112,49 +180,56 @@ std::string summary(const Discovery &found) {
   std::size_t paths = 0;
   std::size_t multipath = 0;
   std::size_t not_ready = 0;
+  std::size_t in_doubt = 0;
   const auto is_not_ready = [](const Path &path) { return !path.readiness.ready; };
+  const auto is_in_doubt = [](const Path &path) {
+    return std::ranges::any_of(path.problems, is_shown_apart);
+  };
   for (const LogicalUnit &unit : found.units) {
     paths += unit.paths.size();
     multipath += unit.multipath_nodes.size();
-    not_ready +=
-        static_cast<std::size_t>(std::count_if(unit.paths.begin(), unit.paths.end(), is_not_ready));
+    not_ready += static_cast<std::size_t>(std::ranges::count_if(unit.paths, is_not_ready));
+    in_doubt += static_cast<std::size_t>(std::ranges::count_if(unit.paths, is_in_doubt) +
+                                         std::ranges::count_if(unit.multipath_nodes, is_in_doubt));
   }
   std::string text = fmt::format("{}, {}, {}", counted(found.units.size(), "logical unit"),
                                  counted(paths, "path"), counted(multipath, "multipath node"));
   if (not_ready != 0) text += fmt::format("; {} not ready", counted(not_ready, "path"));
+  if (in_doubt != 0) text += fmt::format("; {} known in part", counted(in_doubt, "node"));
   if (!found.unanswered.empty()) {
-    text += fmt::format("; {} did not answer", counted(found.unanswered.size(), "node"));
+    text += fmt::format("; {} not known", counted(found.unanswered.size(), "node"));
   }
   return text;
 }
 
 std::string tree(const Discovery &found) {
+  const std::vector<Block> list = blocks(found);
   TreeColumns columns;
-  for (const LogicalUnit &unit : found.units) {
-    for (const Branch &branch : branches(unit)) {
-      for (const Columns::Row &row : branch.rows)
-        columns.of(branch).measure(row);
+  for (const Block &block : list) {
+    for (const Branch &branch : block.branches) {
+      for (const NodeLines &node : branch.nodes)
+        columns.of(branch).measure(node.row);
     }
   }
   std::string text = summary(found) + "\n";
-  for (const LogicalUnit &unit : found.units) {
-    text += unit_text(unit, &unit == &found.units.back(), columns);
-  }
+  for (const Block &block : list)
+    text += block_text(block, &block == &list.back(), columns);
   return text;
 }
 
 // --- a line for each node ---
 
+std::string or_dash(const std::string &text) { return text.empty() ? "-" : text; }
+
 Columns::Row node_row(const LogicalUnit &unit, const Path &path) {
   const std::string size = unit.capacity ? size_words(static_cast<double>(*unit.capacity)) : "-";
-  const std::string state = path.access ? access_state_words(path.access->state)
-                                        : std::string(is_multipath(path.node) ? "multipath" : "-");
-  return {path.node,
-          path.address.empty() ? "-" : path.address,
-          size,
-          state,
-          unit.identifier,
-          path.readiness.words()};
+  const std::string access =
+      path.access ? path.access->state_words() : (is_multipath(path.node) ? "multipath" : "-");
+  std::string state = path.readiness.words();
+  for (const Problem &problem : path.problems) {
+    if (is_shown_apart(problem)) state += "; " + problem.words();
+  }
+  return {path.node, or_dash(path.address), size, access, unit.identifier, state};
 }
 
 std::string node_list(const Discovery &found) {
@@ -165,6 +240,8 @@ std::string node_list(const Discovery &found) {
         rows.push_back(node_row(unit, path));
     }
   }
+  for (const Unanswered &node : found.unanswered)
+    rows.push_back({node.node, or_dash(node.address), "-", "-", "-", node_problem(node)});
   Columns columns;
   for (const Columns::Row &row : rows)
     columns.measure(row);
@@ -176,19 +253,36 @@ std::string node_list(const Discovery &found) {
 
 // --- JSON ---
 
+Json text_or_null(const std::string &text) { return text.empty() ? Json() : Json(text); }
+
+Json problems_json(const std::vector<Problem> &problems) {
+  Json list = Json::array();
+  for (const Problem &problem : problems)
+    list.push_back(problem.json());
+  return list;
+}
+
+/// What the kernel calls a node.
+Json place_json(const std::string &node, const std::optional<DeviceNumber> &number,
+                const std::string &address) {
+  return {{"node", node},
+          {"major", number ? Json(number->major) : Json()},
+          {"minor", number ? Json(number->minor) : Json()},
+          {"scsi_address", text_or_null(address)}};
+}
+
 Json paths_json(const std::vector<Path> &paths) {
   Json list = Json::array();
   for (const Path &path : paths) {
-    list.push_back(
-        {{"node", path.node},
-         {"major", path.number.major},
-         {"minor", path.number.minor},
-         {"scsi_address", path.address.empty() ? Json() : Json(path.address)},
-         {"port_group", path.access ? Json(path.access->group) : Json()},
-         {"access_state", path.access ? Json(access_state_words(path.access->state)) : Json()},
-         {"preferred", path.access ? Json(path.access->preferred) : Json()},
-         {"ready", path.readiness.ready},
-         {"reason", path.readiness.ready ? Json() : Json(path.readiness.reason)}});
+    const AccessPath access = path.access.value_or(AccessPath{.state = std::nullopt});
+    Json json = place_json(path.node, path.number, path.address);
+    json["port_group"] = path.access ? Json(access.group) : Json();
+    json["access_state"] = access.state ? Json(access.state_words()) : Json();
+    json["preferred"] = access.state ? Json(access.preferred) : Json();
+    json["ready"] = path.readiness.ready;
+    json["reason"] = path.readiness.ready ? Json() : Json(path.readiness.reason);
+    json["problems"] = problems_json(path.problems);
+    list.push_back(std::move(json));
   }
   return list;
 }
@@ -203,7 +297,7 @@ Json unit_json(const LogicalUnit &unit) {
           {"revision", unit.revision},
           {"capacity", json_or_null(unit.capacity)},
           {"block_size", json_or_null(unit.block_size)},
-          {"cabinet_serial", unit.cabinet.empty() ? Json() : Json(unit.cabinet)},
+          {"cabinet_serial", text_or_null(unit.cabinet)},
           {"multipath_nodes", paths_json(unit.multipath_nodes)},
           {"paths", paths_json(unit.paths)}};
 }
@@ -214,7 +308,10 @@ Json discovery_json(const Discovery &found) {
     units.push_back(unit_json(unit));
   Json unanswered = Json::array();
   for (const Unanswered &node : found.unanswered) {
-    unanswered.push_back({{"node", node.node}, {"reason", node.error.reason()}});
+    Json json = place_json(node.node, node.number, node.address);
+    json["reason"] = node.error.reason();
+    json["problems"] = problems_json({Problem(node.error)});
+    unanswered.push_back(std::move(json));
   }
   return {{"logical_units", std::move(units)}, {"unanswered_nodes", std::move(unanswered)}};
 }
@@ -234,12 +331,13 @@ void run(Context &context, const Options &options) {
   const Discovery found = discover(nodes);
   for (const Unanswered &node : found.unanswered)
     context.report(node.error);
+  if (!found.is_sound()) context.fail();
   if (options.dot) {
     print_text(discovery_dot(found));
     return;
   }
   const std::string text =
-      nodes.empty()  ? "No devices: no sd disks in /proc/partitions, no multipath nodes in "
+      nodes.empty()  ? "No devices: no sd disks in /sys/class/block, no multipath nodes in "
                        "/dev/kz/rjox.\n"
       : options.list ? node_list(found)
                      : tree(found);
@@ -259,9 +357,12 @@ Subcommand add_discover(CLI::App &app, Context &context) {
   parser->add_flag("--dot", options->dot, "Print a drawing for Graphviz")->excludes(list);
   parser->footer(
       "Asks each node who it is and whether it is ready, and puts nodes that lead to\n"
-      "the same logical unit together. Without nodes it asks the sd disks that\n"
-      "/proc/partitions lists and the multipath nodes in /dev/kz/rjox. Paths stand\n"
-      "below their target port groups, the ones in the best access state first.\n\n"
+      "the same logical unit together. Without nodes it asks the sd disks in\n"
+      "/sys/class/block and the multipath nodes in /dev/kz/rjox. Paths stand below\n"
+      "their target port groups, the ones in the best access state first. A question\n"
+      "that a node fails to answer is told below it, and a node that does not say which\n"
+      "unit it leads to stands below \"logical unit not known\". Exit status 1 when there\n"
+      "is such a node or question, or a node is not ready.\n\n"
       "Examples:\n"
       "  kzddl --sim discover\n"
       "  kzddl discover --route direct /dev/sda /dev/sdb\n"

@@ -39,22 +39,25 @@ void add_request(std::vector<RequestedState> &states, const std::string &text) {
   states.push_back(request);
 }
 
-OwnPort own_port_of(Device &device) {
+/// Without it the groups are known all the same.
+OwnPort own_port_of(Context &context, Device &device) {
   try {
-    return own_port(read_inquiry(device, vpd::device_identification));
-  } catch (const Error &) {
+    const auto page = VpdPages(device).read(vpd::device_identification);
+    return page ? own_port(*page) : OwnPort();
+  } catch (const Error &error) {
+    context.report(error);
     return {};
   }
 }
 
-void run(const Context &context, const Options &options) {
+void run(Context &context, const Options &options) {
   Device device(options.node);
   if (!options.states.empty()) set_port_groups(device, options.states);
   const PortGroups reply(read_port_groups(device));
   ViewBuilder view(
       fmt::format("{}: {}", device.name(), counted(reply.groups.size(), "target port group")));
   view.value("node", device.name());
-  show_port_groups(view, reply, own_port_of(device));
+  show_port_groups(view, reply, own_port_of(context, device));
   context.print(view.build());
 }
 

@@ -19,14 +19,6 @@ std::string subject(const std::optional<std::uint8_t> &page) {
   return page ? fmt::format("VPD {:02X}", *page) : "standard INQUIRY";
 }
 
-/// A device that knows no pages may answer with something else.
-void require_page(const Device &device, ByteSpan reply, std::uint8_t page) {
-  const std::uint8_t code = VpdPage(reply).code;
-  if (code == page) return;
-  throw Error("inquiry", device.name(),
-              fmt::format("asked for page {:02X}h, the device sent page {:02X}h", page, code));
-}
-
 void run(const Context &context, const Options &options) {
   Device device(options.node);
   const std::vector<std::uint8_t> reply = read_inquiry(device, options.page);

@@ -1,14 +1,10 @@
 // kzddl ready: can devices accept commands?
 #include "tools/app.h"
+#include "tools/problem.h"
 #include "tools/readiness.h"
 
 namespace tool {
 namespace {
-
-Json sense_json(const std::optional<Sense> &sense) {
-  if (!sense) return nullptr;
-  return {{"key", sense->key}, {"asc", sense->asc}, {"ascq", sense->ascq}};
-}
 
 View readiness_view(const Device &device, const Readiness &readiness) {
   return {readiness.words(),

@@ -100,7 +100,8 @@ Subcommand add_reservations(CLI::App &app, Context &context) {
   parser->footer(
       "Types: write-exclusive, exclusive-access, we-registrants-only,\n"
       "ea-registrants-only, we-all-registrants, ea-all-registrants.\n"
-      "Shows the reservations afterwards.\n\n"
+      "Shows the reservations afterwards. A change that the device does not answer may\n"
+      "or may not have been carried out.\n\n"
       "Examples:\n"
       "  kzddl --sim reservations /dev/sda\n"
       "  kzddl --sim reservations /dev/sda register --new-key abc1\n"

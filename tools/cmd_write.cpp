@@ -104,7 +104,8 @@ Subcommand add_write(CLI::App &app, Context &context) {
       ->option_text(" ");
   parser->footer(
       "Numbers may be hexadecimal, with 0x. The input must be whole blocks: a file is\n"
-      "looked at before anything is written, a pipe as it goes.\n\n"
+      "looked at before anything is written, a pipe as it goes. When the device fails,\n"
+      "of the blocks from the named one on up to 64 KiB may have been written.\n\n"
       "Examples:\n"
       "  kzddl write --route direct /dev/sdb --lba 2048 --in start.img --yes\n"
       "  kzddl --sim --sim-store=/tmp/array write /dev/sda --lba 0 --in start.img --yes");

@@ -34,6 +34,9 @@ std::string no_control_node() {
 }
 
 std::string error_words(int error) {
+  if (error == ECONNABORTED) {
+    return "the control service ended; the command may or may not have been carried out";
+  }
   return error == ENOTTY ? "not a SCSI device" : std::strerror(error);
 }
 
@@ -112,6 +115,12 @@ void require_control_node(std::string_view operation) {
   if (is_direct_route()) return;
   const std::string reason = no_control_node();
   if (!reason.empty()) throw Error::failure(fmt::format("{}: {}", operation, reason));
+}
+
+void require_told_outcomes(const Device &device, std::string_view operation) {
+  if (ddl_is_arch_ia64() == 0) return;
+  throw Error(operation, device.name(),
+              "on IA-64 a request that is lost looks like one that succeeds");
 }
 
 std::string result_words(int result) {

@@ -32,6 +32,8 @@ struct Completion {
   /// The masked status alone would take TASK ABORTED (40h) for GOOD.
   bool ok() const { return combined == 0 && status == scsi_status::good; }
   bool is_unit_attention() const { return sense && sense->key == sense_key::unit_attention; }
+  /// Did the device not answer? It may have carried the command out all the same.
+  bool is_unanswered() const { return !ok() && status == scsi_status::good && !sense; }
   /// Why it is not ok, in words.
   std::string reason() const;
 };
@@ -46,6 +48,11 @@ Completion send_command(Device &device, ByteSpan cdb, const Data &data, std::str
 // names `operation`: for a failure whose result may mean either, and before many nodes are asked.
 void require_control_node(const Device &device, std::string_view operation);
 void require_control_node(std::string_view operation);
+
+/// Throws Error, which names `operation`, on IA-64: the only requests that the library has there
+/// succeed, with zeros for data, when they never reach the device. For commands on whose success
+/// data or fencing rest.
+void require_told_outcomes(const Device &device, std::string_view operation);
 
 /// What a result of the library's command families says: 0 aside, errno of a failed call, or
 /// a negated status.

@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 #include "base/bytes.h"
 #include "base/memory.h"
@@ -15,6 +17,8 @@
 
 namespace tool {
 namespace {
+
+constexpr std::string_view operation = "copy-limits";
 
 /// Segment descriptors are below C0h, target descriptors from E0h on.
 constexpr Word<std::uint8_t> descriptor_types[] = {
@@ -91,18 +95,61 @@ void add_types(ViewBuilder &view, const rcr_oper_parm &limits) {
   view.value("descriptor_types", std::move(list));
 }
 
+/// How long a reply of RECEIVE COPY RESULTS says it is.
+std::uint64_t announced_size(ByteSpan reply) {
+  constexpr std::size_t length_size = 4;
+  return length_size +
+         std::uint64_t{reply.size() < length_size ? 0 : kzddl::load_be32(reply.data())};
+}
+
+ByteSpan announced_part(ByteSpan reply) {
+  return reply.first(std::min<std::uint64_t>(reply.size(), announced_size(reply)));
+}
+
+using Convert = int(const unsigned char *data, int length, rcr_oper_parm **record);
+
+/// Nothing when the data are too short.
+std::optional<rcr_oper_parm> record_in(ByteSpan data, Convert &convert) {
+  rcr_oper_parm *record = nullptr;
+  const int result = convert(data.data(), static_cast<int>(data.size()), &record);
+  const kzddl::Owned<rcr_oper_parm> owner(record);
+  if (result != 0) return std::nullopt;
+  return *record;
+}
+
+/// Nothing when the device refuses the command, or its reply is too short.
+std::optional<rcr_oper_parm> receive_limits(Device &device) {
+  constexpr std::uint8_t operating_parameters = 0x03;  // service action
+  std::array<std::uint8_t, 255> reply{};
+  std::array<std::uint8_t, 16> cdb{opcode::receive_copy_results, operating_parameters};
+  kzddl::store_be32(&cdb[10], reply.size());
+  const Completion completion = send_past_attention(
+      device, cdb, {.direction = Data::Direction::from_device, .bytes = reply}, operation);
+  if (completion.status == scsi_status::check_condition) return std::nullopt;
+  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  return record_in(announced_part(ByteSpan(reply).first(completion.transferred)),
+                   do_convert_to_rcr_oper_parm);
+}
+
+/// The page without the header and the block descriptors before it.
+ByteSpan first_page(ByteSpan modes) {
+  constexpr std::size_t header_size = 4;
+  if (modes.size() < header_size) return {};
+  return modes.subspan(std::min(modes.size(), header_size + modes[header_size - 1]));
+}
+
 }  // namespace
 
 rcr_oper_parm read_copy_limits(Device &device) {
-  rcr_oper_parm *record = nullptr;
-  const int result = do_operating_parameters(device.path(), &record);
-  const kzddl::Owned<rcr_oper_parm> owner(record);
-  if (result == 0) return *record;
-  // Neither command told: MODE SENSE, the last one tried, says why.
-  constexpr ModeQuestion question{.page = 0x0E, .values = ModeValues::changeable};
-  const auto cdb = mode_sense_cdb(question);
-  ask(device, "copy-limits", cdb, cdb[4], {});
-  throw Error("copy-limits", device.name(), "the device's mode page 0Eh is too short");
+  require_told_outcomes(device, operation);
+  if (const auto limits = receive_limits(device)) return *limits;
+  const auto modes =
+      read_modes(device, {.page = 0x0E, .values = ModeValues::changeable}, operation);
+  if (const auto limits =
+          record_in(first_page(modes), do_convert_mode_sense_oper_parm_to_rcr_oper_parm)) {
+    return *limits;
+  }
+  throw Error(operation, device.name(), "the device's mode page 0Eh is too short");
 }
 
 void show_copy_limits(ViewBuilder &view, const rcr_oper_parm &limits) {
@@ -132,21 +179,12 @@ void show_copy_limits(ViewBuilder &view, const rcr_oper_parm &limits) {
 
 View captured_copy_limits_view(ByteSpan reply) {
   constexpr std::size_t needed = 43;
-  constexpr std::size_t length_size = 4;
-  const std::uint64_t announced =
-      reply.size() < length_size ? needed : length_size + kzddl::load_be32(reply.data());
-  const ByteSpan data =
-      reply.first(static_cast<std::size_t>(std::min<std::uint64_t>(reply.size(), announced)));
-  rcr_oper_parm *record = nullptr;
-  const int result =
-      do_convert_to_rcr_oper_parm(data.data(), static_cast<int>(data.size()), &record);
-  const kzddl::Owned<rcr_oper_parm> owner(record);
-  if (result != 0) {
-    throw Error::usage(fmt::format("cut short: {} of {} bytes", data.size(), needed));
-  }
+  const ByteSpan data = announced_part(reply);
+  const auto limits = record_in(data, do_convert_to_rcr_oper_parm);
+  if (!limits) throw Error::usage(fmt::format("cut short: {} of {} bytes", data.size(), needed));
   ViewBuilder view(fmt::format("Copy operating parameters, {}", counted(data.size(), "byte")));
-  show_copy_limits(view, *record);
-  view.size(data.size(), announced);
+  show_copy_limits(view, *limits);
+  view.size(data.size(), announced_size(reply));
   return view.build();
 }
 

@@ -9,9 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "base/driver.h"
 #include "tools/error.h"
@@ -23,9 +23,8 @@ namespace {
 using kzddl::block_directory;
 using kzddl::raw_directory;
 
-struct CloseFile {
-  void operator()(std::FILE *file) const { std::fclose(file); }
-};
+/// What the kernel lists of block devices, whatever their size.
+constexpr char block_devices[] = "/sys/class/block";
 
 struct CloseDirectory {
   void operator()(DIR *directory) const { closedir(directory); }
@@ -50,30 +49,44 @@ bool is_whole_disk(std::string_view name) {
   return std::all_of(name.begin(), name.end(), [](char c) { return c >= 'a' && c <= 'z'; });
 }
 
+[[noreturn]] void throw_unlisted(const char *directory) {
+  throw Error::failure(fmt::format("cannot list {}: {}", directory, std::strerror(errno)));
+}
+
+/// The names in a directory; nothing when there is no such directory.
+std::optional<std::vector<std::string>> names_in(const char *name) {
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(name));
+  if (directory == nullptr && errno == ENOENT) return std::nullopt;
+  if (directory == nullptr) throw_unlisted(name);
+  std::vector<std::string> names;
+  const auto next = [&directory] {
+    errno = 0;
+    return readdir(directory.get());
+  };
+  while (const dirent *entry = next())
+    names.emplace_back(entry->d_name);
+  if (errno != 0) throw_unlisted(name);
+  std::ranges::sort(names);
+  return names;
+}
+
 std::vector<std::string> disks() {
   std::vector<std::string> nodes;
-  const std::unique_ptr<std::FILE, CloseFile> partitions(std::fopen("/proc/partitions", "r"));
-  if (partitions == nullptr) return nodes;
-  std::array<char, 256> line;
-  while (std::fgets(line.data(), line.size(), partitions.get()) != nullptr) {
-    std::array<char, 128> name;
-    const int fields = std::sscanf(line.data(), "%*u %*u %*u %127s", name.data());
-    if (fields == 1 && is_whole_disk(name.data())) {
-      nodes.push_back(fmt::format("/dev/{}", name.data()));
-    }
+  const auto names = names_in(block_devices);
+  if (!names) throw_unlisted(block_devices);
+  for (const std::string &name : *names) {
+    if (is_whole_disk(name)) nodes.push_back("/dev/" + name);
   }
+  // "sdz" comes before "sdaa".
+  std::ranges::stable_sort(nodes, {}, &std::string::size);
   return nodes;
 }
 
 std::vector<std::string> multipath_nodes() {
   std::vector<std::string> nodes;
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(raw_directory));
-  if (directory == nullptr) return nodes;
-  while (const dirent *entry = readdir(directory.get())) {
-    const std::string_view name = entry->d_name;
+  for (const std::string &name : names_in(raw_directory).value_or(std::vector<std::string>{})) {
     if (name != "." && name != "..") nodes.push_back(fmt::format("{}/{}", raw_directory, name));
   }
-  std::sort(nodes.begin(), nodes.end());
   return nodes;
 }
 

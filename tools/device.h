@@ -27,6 +27,7 @@ class Device {
   /// The node's name as it is shown.
   const std::string &name() const { return name_; }
   DeviceNumber number() const;
+  bool is_block() const { return is_block_; }
   /// What the kernel calls the device behind the node: host, channel, target and unit, "1:0:0:3".
   /// Empty where it is none of the kernel's SCSI devices.
   std::string address() const;
@@ -43,8 +44,9 @@ bool is_multipath(std::string_view node);
 /// The name of a multipath node without its directory: "disk0".
 std::string_view multipath_name(std::string_view node);
 
-/// The nodes of the host: whole disks that the kernel lists, in its order, then the raw nodes
-/// of the multipath driver by name.
+/// The nodes of the host: the kernel's SCSI disks in the order of their names, also those whose size
+/// it could not read, then the raw nodes of the multipath driver by name. Throws Error when they
+/// cannot be listed.
 std::vector<std::string> find_nodes();
 
 }  // namespace tool

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <initializer_list>
 #include <iterator>
 #include <map>
+#include <vector>
 
 #include "tools/capacity.h"
 #include "tools/vpd.h"
@@ -13,7 +13,7 @@ namespace tool {
 namespace {
 
 /// Text in a quoted string, where a backslash begins an escape and lines end in "\n".
-std::string quoted(std::initializer_list<std::string> lines) {
+std::string quoted(const std::vector<std::string> &lines) {
   std::string text;
   for (const std::string &line : lines) {
     if (line.empty()) continue;
@@ -26,12 +26,12 @@ std::string quoted(std::initializer_list<std::string> lines) {
   return '"' + text + '"';
 }
 
-constexpr std::string_view not_ready_color = "#c62828";
+constexpr std::string_view sick_color = "#c62828";
 
 /// Fill colors of port groups by their state.
 std::string_view state_color(const AccessPath &access) {
   static constexpr std::string_view colors[] = {"#c8e6c9", "#fff3c4", "#cfd8dc", "#ffcdd2"};
-  return access.state < std::size(colors) ? colors[access.state] : "#eeeeee";
+  return access.state && *access.state < std::size(colors) ? colors[*access.state] : "#eeeeee";
 }
 
 class Drawing {
@@ -42,6 +42,8 @@ class Drawing {
       cabinets[unit.cabinet].push_back(&unit);
     for (const auto &[cabinet, units] : cabinets)
       add_cabinet(cabinet, units);
+    for (const Unanswered &node : found.unanswered)
+      add_box(node.node, {node.address, Problem(node.error).words()}, "white", true);
   }
 
   std::string text() const {
@@ -91,13 +93,19 @@ class Drawing {
   }
 
   std::string add_node(const Path &path, std::string_view color) {
+    std::vector<std::string> notes = {path.address, path.readiness.words()};
+    for (const Problem &problem : path.problems)
+      notes.push_back(problem.words());
+    return add_box(path.node, notes, color, !path.problems.empty());
+  }
+
+  std::string add_box(const std::string &node, const std::vector<std::string> &notes,
+                      std::string_view color, bool is_sick) {
     std::string id = fmt::format("node{}", next_++);
     const std::string mark =
-        path.readiness.ready ? ""
-                             : fmt::format(", color=\"{0}\", fontcolor=\"{0}\"", not_ready_color);
-    nodes_ +=
-        fmt::format("  {} [fillcolor=\"{}\", label={}, tooltip={}{}];\n", id, color,
-                    quoted({path.node}), quoted({path.address, path.readiness.words()}), mark);
+        is_sick ? fmt::format(", color=\"{0}\", fontcolor=\"{0}\"", sick_color) : "";
+    nodes_ += fmt::format("  {} [fillcolor=\"{}\", label={}, tooltip={}{}];\n", id, color,
+                          quoted({node}), quoted(notes), mark);
     return id;
   }
 
@@ -106,7 +114,7 @@ class Drawing {
     clusters_ += fmt::format(
         "    {} [height=0.6, fillcolor=\"{}\", label={}];\n", id, state_color(access),
         quoted({fmt::format("port group {}", access.group),
-                access_state_words(access.state) + (access.preferred ? ", preferred" : "")}));
+                access.state_words() + (access.preferred ? ", preferred" : "")}));
     add_edge(id, unit);
     return id;
   }

@@ -1,8 +1,5 @@
 #include "tools/mode_sense.h"
 
-#include <cerrno>
-
-#include "base/memory.h"
 #include "kzddl/kzmodesense.h"
 #include "tools/error.h"
 #include "tools/query.h"
@@ -44,24 +41,15 @@ std::vector<std::uint8_t> read_modes(Device &device, const ModeQuestion &questio
 }
 
 bool is_reserved_elsewhere(Device &device) {
+  constexpr std::string_view operation = "reserved";
+  require_told_outcomes(device, operation);
   // do_diskio_chk_rsvn asks for page 0, which many targets do not have; all pages, every target.
-  const ModeQuestion question;
-  int length = 0;
-  unsigned char *pages = nullptr;
-  int conflict = 0;
-  const int result = do_mode_sense(device.path(), 0, 0, question.page, &length, &pages, &conflict);
-  const kzddl::Buffer owner(pages);
-  if (conflict != 0) return true;
-  if (result == 0) return false;
-  // ENOMEM is also said of a reply that is too short for its pages.
-  if (result > 0 && result != ENOMEM) throw Error("reserved", device.name(), result_words(result));
-
   std::array<std::uint8_t, allocation_length> reply{};
   const Completion completion =
-      send_past_attention(device, mode_sense_cdb(question),
-                          {.direction = Data::Direction::from_device, .bytes = reply}, "reserved");
+      send_past_attention(device, mode_sense_cdb({}),
+                          {.direction = Data::Direction::from_device, .bytes = reply}, operation);
   if (completion.status == scsi_status::reservation_conflict) return true;
-  if (!completion.ok()) throw Error("reserved", device.name(), completion.reason());
+  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
   return false;
 }
 

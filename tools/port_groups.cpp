@@ -126,9 +126,12 @@ std::uint8_t access_state_from_words(std::string_view words) {
   return 0x0F;
 }
 
+std::string AccessPath::state_words() const {
+  return state ? access_state_words(*state) : "access state not known";
+}
+
 std::string AccessPath::words() const {
-  return fmt::format("port group {}, {}{}", group, access_state_words(state),
-                     preferred ? ", preferred" : "");
+  return fmt::format("port group {}, {}{}", group, state_words(), preferred ? ", preferred" : "");
 }
 
 std::vector<std::uint8_t> read_port_groups(Device &device) {
@@ -174,12 +177,26 @@ OwnPort own_port(ByteSpan page83) {
   return own;
 }
 
+bool has_port_groups(ByteSpan inquiry) {
+  constexpr std::uint8_t tpgs = 0x30;
+  return inquiry.size() > 5 && (inquiry[5] & tpgs) != 0;
+}
+
 std::optional<AccessPath> access_path(Device &device, const OwnPort &own) {
   if (!own.group) return std::nullopt;
-  const std::vector<std::uint8_t> reply = read_port_groups(device);
+  std::vector<std::uint8_t> reply;
+  try {
+    reply = read_port_groups(device);
+  } catch (const Error &error) {
+    if (error.is_unsupported()) return std::nullopt;
+    throw;
+  }
   const int group = static_cast<int>(*own.group);
   const int state = get_owner_state(reply.data(), group);
-  if (state < 0) return std::nullopt;
+  if (state < 0) {
+    throw Error("groups", device.name(),
+                fmt::format("the group of this node, {}, is not among them", group));
+  }
   return AccessPath{.group = *own.group,
                     .state = static_cast<std::uint8_t>(state),
                     .preferred = get_pref_state(reply.data(), group) != 0};

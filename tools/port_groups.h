@@ -47,11 +47,13 @@ struct OwnPort {
 /// What the way through a port group is like at the moment.
 struct AccessPath {
   unsigned group = 0;
-  std::uint8_t state = 0;
+  std::optional<std::uint8_t> state = 0;  ///< nothing when the device failed to tell
   bool preferred = false;
 
-  /// The better way comes first.
-  auto rank() const { return std::tuple(state, !preferred, group); }
+  /// The better way comes first, one that is not known last.
+  auto rank() const { return std::tuple(!state, state, !preferred, group); }
+  /// "active/optimized".
+  std::string state_words() const;
   /// "port group 1, active/optimized, preferred".
   std::string words() const;
 };
@@ -75,7 +77,11 @@ void set_port_groups(Device &device, const std::vector<RequestedState> &states);
 /// By the node's Device Identification page, which may be empty.
 OwnPort own_port(ByteSpan page83);
 
-/// The state of the group that the node itself is in; nothing when the device does not tell.
+/// Does standard inquiry data say that the unit has port groups?
+bool has_port_groups(ByteSpan inquiry);
+
+/// The state of the group that the node itself is in; nothing when the device has no such groups
+/// or does not say which one it is. Throws Error when it fails to tell the state.
 std::optional<AccessPath> access_path(Device &device, const OwnPort &own);
 
 /// A table of the groups, the node's own marked; nothing is said of one that is not known.

@@ -24,20 +24,27 @@ std::vector<std::uint8_t> ask(Device &device, std::string_view operation, ByteSp
   std::vector<std::uint8_t> reply(size);
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::from_device, .bytes = reply}, operation);
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (!completion.ok()) throw Error(operation, device.name(), completion.reason(), completion.sense);
   reply.resize(completion.transferred);
   return reply;
 }
 
 void tell(Device &device, std::string_view operation, ByteSpan cdb, ByteSpan data,
           const std::function<int()> &family) {
-  const int result = family();
-  if (result == 0) return;
-  if (result > 0) throw Error(operation, device.name(), result_words(result));
+  require_told_outcomes(device, operation);
+  if (family) {
+    const int result = family();
+    if (result == 0) return;
+    if (result > 0) throw Error(operation, device.name(), result_words(result));
+  }
   std::vector<std::uint8_t> copy(data.begin(), data.end());
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::to_device, .bytes = copy}, operation);
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (completion.ok()) return;
+  throw Error(operation, device.name(),
+              completion.reason() +
+                  (completion.is_unanswered() ? "; it may or may not have been carried out" : ""),
+              completion.sense);
 }
 
 }  // namespace tool

@@ -21,11 +21,11 @@ using Family = std::function<int(int *length, unsigned char **data)>;
 /// then goes by the pass-through, which tells the sense data and gets past a unit attention; it
 /// does so at once where there is no family. Throws Error.
 std::vector<std::uint8_t> ask(Device &device, std::string_view operation, ByteSpan cdb,
-                              std::size_t size, const Family &family);
+                              std::size_t size, const Family &family = {});
 
-/// The same for data that go to the device. `family` returns a negative result only where the
-/// device did not carry the command out, or where twice does as once.
+/// The same for data that go to the device, and change it. `family` returns a negative result
+/// only where twice does as once.
 void tell(Device &device, std::string_view operation, ByteSpan cdb, ByteSpan data,
-          const std::function<int()> &family);
+          const std::function<int()> &family = {});
 
 }  // namespace tool

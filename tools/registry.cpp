@@ -21,8 +21,8 @@ struct TextAttribute {
 };
 
 constexpr TextAttribute text_attributes[] = {
-    {property::lun_id, [](Disk &disk) -> std::string & { return disk.identity.identifier; }},
-    {property::cabinet, [](Disk &disk) -> std::string & { return disk.identity.cabinet; }},
+    {property::lun_id, [](Disk &disk) -> std::string & { return disk.name.identifier; }},
+    {property::cabinet, [](Disk &disk) -> std::string & { return disk.cabinet; }},
     {property::device_type, [](Disk &disk) -> std::string & { return disk.device_type; }},
     {property::vendor, [](Disk &disk) -> std::string & { return disk.vendor; }},
     {property::product, [](Disk &disk) -> std::string & { return disk.product; }},
@@ -36,7 +36,7 @@ constexpr TextAttribute text_attributes[] = {
 std::string kind_text(std::uint8_t kind) { return fmt::format("{:02X}", kind); }
 
 AccessPath &access_of(Disk &disk) {
-  if (!disk.access) disk.access.emplace();
+  if (!disk.access) disk.access = {.state = std::nullopt};
   return *disk.access;
 }
 
@@ -44,11 +44,13 @@ AccessPath &access_of(Disk &disk) {
 void read_attribute(Disk &disk, const Link &link) {
   const std::string text(link.value.payload());
   if (link.property == property::lun_id_type) {
-    disk.identity.kind = static_cast<std::uint8_t>(std::stoul(text, nullptr, 16));
+    disk.name.kind = static_cast<std::uint8_t>(std::stoul(text, nullptr, 16));
   } else if (link.property == property::device_number) {
     std::sscanf(text.c_str(), "%u:%u", &disk.number.major, &disk.number.minor);
   } else if (link.property == property::ready) {
     disk.readiness = readiness_from_words(text);
+  } else if (link.property == property::problem) {
+    disk.problems.push_back(Problem::from_stored(text));
   } else if (link.property == property::port_group) {
     access_of(disk).group = static_cast<unsigned>(std::stoul(text));
   } else if (link.property == property::access_state) {
@@ -72,19 +74,18 @@ std::optional<Disk> find_disk(std::string_view node) {
   return disk;
 }
 
-/// A name, or a designator of a port or of the target, tells nothing of the unit: such a node
-/// stands with those of its address alone.
+/// A node's name tells nothing of the unit: such a node stands with those of its address alone.
 std::vector<Disk> disks_of_unit(const Disk &disk) {
-  const bool is_named = names_unit(disk.identity);
+  const bool is_named = names_unit(disk.name);
   if (!is_named && disk.address.empty()) return {disk};
   std::vector<Disk> disks;
   for (const Value &node :
-       is_named ? linked(property::lun_id, Value(disk.identity.identifier), property::disk)
+       is_named ? linked(property::lun_id, Value(disk.name.identifier), property::disk)
                 : linked(property::address, Value(disk.address), property::disk)) {
     const std::optional<Disk> other = find_disk(node.payload());
     if (!other) continue;
     const bool same_kind =
-        is_named ? other->identity.kind == disk.identity.kind : !names_unit(other->identity);
+        is_named ? other->name.kind == disk.name.kind : !names_unit(other->name);
     if (same_kind) disks.push_back(*other);
   }
   return disks;
@@ -98,15 +99,15 @@ auto rank(const Path &path) {
 
 LogicalUnit unit_of(const Disk &disk) {
   return {
-      .identifier = escaped(disk.identity.identifier),
-      .identifier_kind = disk.identity.kind,
+      .identifier = escaped(disk.name.identifier),
+      .identifier_kind = disk.name.kind,
       .device_type = disk.device_type,
       .vendor = escaped(disk.vendor),
       .product = escaped(disk.product),
       .revision = escaped(disk.revision),
       .capacity = {},
       .block_size = {},
-      .cabinet = escaped(disk.identity.cabinet),
+      .cabinet = {},
       .multipath_nodes = {},
       .paths = {},
   };
@@ -125,14 +126,18 @@ void store_disk(const Disk &disk) {
     const std::string &text = attribute.in(copy);
     if (!text.empty() || attribute.property == property::lun_id) store(attribute.property, text);
   }
-  store(property::lun_id_type, kind_text(disk.identity.kind));
+  store(property::lun_id_type, kind_text(disk.name.kind));
   store(property::device_number, disk.number.text());
   if (disk.access) {
     store(property::port_group, std::to_string(disk.access->group));
-    store(property::access_state, access_state_words(disk.access->state));
+  }
+  if (disk.access && disk.access->state) {
+    store(property::access_state, disk.access->state_words());
     store(property::preferred, yes_no(disk.access->preferred));
   }
   store(property::ready, disk.readiness.words());
+  for (const Problem &problem : disk.problems)
+    store(property::problem, problem.stored());
 }
 
 void link_multipath_names() {
@@ -167,12 +172,14 @@ std::vector<LogicalUnit> read_units(const std::vector<std::string> &nodes) {
       placed.insert(disk.node);
       if (!disk.capacity.empty()) unit.capacity = std::stoull(disk.capacity);
       if (!disk.block_size.empty()) unit.block_size = std::stoull(disk.block_size);
+      if (unit.cabinet.empty()) unit.cabinet = escaped(disk.cabinet);
       (is_multipath(disk.node) ? unit.multipath_nodes : unit.paths)
           .push_back({.node = escaped(disk.node),
                       .number = disk.number,
                       .address = disk.address,
                       .access = disk.access,
-                      .readiness = disk.readiness});
+                      .readiness = disk.readiness,
+                      .problems = disk.problems});
     }
     std::ranges::sort(unit.paths, {}, rank);
   }

@@ -10,6 +10,7 @@
 #include "kzddl/kzmisc_geometry.h"
 #include "tools/identity.h"
 #include "tools/port_groups.h"
+#include "tools/problem.h"
 #include "tools/readiness.h"
 
 namespace tool {
@@ -27,19 +28,21 @@ inline constexpr char revision[] = "REVISION";
 inline constexpr char capacity[] = "CAPACITY";  ///< bytes; with the next one, where told
 inline constexpr char block_size[] = "BLOCK_SIZE";
 inline constexpr char cabinet[] = "CABINET";        ///< serial number
-inline constexpr char controller[] = "CONTROLLER";  ///< "port group 1, port 2"
+inline constexpr char controller[] = "CONTROLLER";  ///< cabinet or unit, and the target port
 inline constexpr char device_number[] = "DEVICE_NUMBER";
 inline constexpr char address[] = "SCSI_ADDRESS";       ///< "1:0:0:3", where the kernel has one
 inline constexpr char port_group[] = "PORT_GROUP";      ///< number; with the next two, where told
 inline constexpr char access_state[] = "ACCESS_STATE";  ///< "active/optimized"
 inline constexpr char preferred[] = "PREFERRED";        ///< "yes" or "no"
 inline constexpr char ready[] = "READY";                ///< "ready", or why not
+inline constexpr char problem[] = "PROBLEM";            ///< each question that failed, and why
 }  // namespace property
 
 /// A node that answered. Texts are as the device gave them; empty where it gave none.
 struct Disk {
   std::string node;
-  Identity identity;
+  UnitName name;
+  std::string cabinet;
   std::string device_type;
   std::string vendor;
   std::string product;
@@ -51,6 +54,7 @@ struct Disk {
   std::string address;
   std::optional<AccessPath> access;
   Readiness readiness;  ///< without sense data when it is read back
+  std::vector<Problem> problems;
 };
 
 /// A node that leads to a logical unit.
@@ -60,6 +64,7 @@ struct Path {
   std::string address;               ///< "1:0:0:3"; empty where there is none
   std::optional<AccessPath> access;  ///< nothing without port groups
   Readiness readiness;
+  std::vector<Problem> problems;  ///< whatever was asked and failed; not being ready, too
 };
 
 /// All texts are escaped.

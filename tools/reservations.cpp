@@ -4,18 +4,16 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <iterator>
 
 #include "base/bytes.h"
-#include "base/memory.h"
-#include "kzddl/kzpgr.h"
 #include "tools/error.h"
 #include "tools/query.h"
 
 namespace tool {
 namespace {
 
+constexpr std::string_view operation = "reservations";
 constexpr std::size_t key_size = 8;
 
 struct TypeName {
@@ -57,42 +55,19 @@ std::array<std::uint8_t, 10> reserve_cdb(std::uint8_t code, unsigned action, uns
   return cdb;
 }
 
-/// The family's results have numbers of their own: why it failed is left to the pass-through.
-int negated(std::uint32_t result) { return -static_cast<int>(result); }
-
-/// What PERSISTENT RESERVE IN returns, as the device sends it.
-int read_raw(Device &device, unsigned action, int *length, unsigned char **data) {
-  pgr_in_data *block = nullptr;
-  if (const std::uint32_t result = do_pgr_in(device.path(), action, &block); result != PGR_OK) {
-    return negated(result);
+/// Keys or descriptors: whole lists alone, for what is missing may be the holder.
+std::vector<std::uint8_t> read_list(Device &device, unsigned action, std::uint32_t &generation) {
+  constexpr std::size_t size = header_size + 8190 * key_size;  // what 16 bits hold
+  const std::vector<std::uint8_t> reply =
+      ask(device, operation, reserve_cdb(opcode::persistent_reserve_in, action, 0, size), size);
+  const std::uint64_t announced =
+      header_size + (reply.size() < header_size ? 0 : std::uint64_t{kzddl::load_be32(&reply[4])});
+  if (reply.size() < announced) {
+    throw Error(operation, device.name(),
+                fmt::format("the device sent {} of {} bytes", reply.size(), announced));
   }
-  const kzddl::Owned<pgr_in_data> owner(block);
-  kzddl::Buffer raw = kzddl::zeroed_buffer(header_size + block->length);
-  if (raw == nullptr) return negated(PGR_NOMEM);
-  kzddl::store_be32(&raw[0], block->generation);
-  kzddl::store_be32(&raw[4], block->length);
-  kzddl::copy_bytes(&raw[header_size], block->data, block->length);
-  *length = static_cast<int>(header_size + block->length);
-  *data = raw.release();
-  return 0;
-}
-
-std::vector<std::uint8_t> read_reply(Device &device, unsigned action) {
-  constexpr std::size_t size = 4096;
-  std::vector<std::uint8_t> reply = ask(
-      device, "reservations", reserve_cdb(opcode::persistent_reserve_in, action, 0, size), size,
-      [&](int *length, unsigned char **data) { return read_raw(device, action, length, data); });
-  if (reply.size() < header_size) {
-    throw Error("reservations", device.name(),
-                fmt::format("the device sent {} of {} bytes", reply.size(), header_size));
-  }
-  return reply;
-}
-
-/// Keys or descriptors, as far as they are there.
-ByteSpan list_in(ByteSpan reply) {
-  const std::size_t announced = kzddl::load_be32(&reply[4]);
-  return reply.subspan(header_size, std::min(announced, reply.size() - header_size));
+  generation = kzddl::load_be32(reply.data());
+  return {reply.begin() + header_size, reply.begin() + static_cast<std::ptrdiff_t>(announced)};
 }
 
 std::vector<std::uint64_t> keys_in(ByteSpan list) {
@@ -109,27 +84,6 @@ std::optional<Reservation> reservation_in(ByteSpan list) {
   return Reservation{.key = kzddl::load_be64(list.data()),
                      .type = static_cast<std::uint8_t>(list[13] & 0x0F),
                      .scope = static_cast<std::uint8_t>(list[13] >> 4)};
-}
-
-/// The result of PERSISTENT RESERVE OUT as tell() takes it. Only what the device refused may be
-/// sent again: after any other failure it may have been carried out.
-int change_result(std::uint32_t result, const Device &device) {
-  switch (result) {
-    case PGR_OK:
-      return 0;
-    case PGR_UNSUPPORTED:
-    case PGR_CHECK_CONDITION:
-      return negated(result);
-    case PGR_CONFLICT:
-      throw Error("reservations", device.name(), "RESERVATION CONFLICT");
-    case PGR_NOMEM:
-      return ENOMEM;
-    default: {
-      const int error = errno;
-      require_control_node(device, "reservations");
-      return error != 0 ? error : EIO;
-    }
-  }
 }
 
 }  // namespace
@@ -152,27 +106,20 @@ std::string reservation_type_list() {
 Reservations read_reservations(Device &device) {
   constexpr unsigned read_keys = 0;
   constexpr unsigned read_reservation = 1;
-  const std::vector<std::uint8_t> keys = read_reply(device, read_keys);
-  const std::vector<std::uint8_t> reservation = read_reply(device, read_reservation);
-  return {.generation = kzddl::load_be32(reservation.data()),
-          .keys = keys_in(list_in(keys)),
-          .reservation = reservation_in(list_in(reservation))};
+  require_told_outcomes(device, operation);
+  Reservations state;
+  state.keys = keys_in(read_list(device, read_keys, state.generation));
+  state.reservation = reservation_in(read_list(device, read_reservation, state.generation));
+  return state;
 }
 
 void change_reservations(Device &device, const ReservationChange &change) {
-  constexpr unsigned logical_unit_scope = 0;
-  pgr_out_param parameters{};
-  kzddl::store_be64(parameters.key, change.key);
-  kzddl::store_be64(parameters.service_action_key, change.service_key);
-  const auto *bytes = reinterpret_cast<const std::uint8_t *>(&parameters);
-  tell(device, "reservations",
-       reserve_cdb(opcode::persistent_reserve_out, change.action, change.type, sizeof parameters),
-       {bytes, sizeof parameters}, [&] {
-         errno = 0;
-         return change_result(
-             do_pgr_out(device.path(), change.action, logical_unit_scope, change.type, &parameters),
-             device);
-       });
+  std::array<std::uint8_t, 24> parameters{};
+  kzddl::store_be64(&parameters[0], change.key);
+  kzddl::store_be64(&parameters[key_size], change.service_key);
+  tell(device, operation,
+       reserve_cdb(opcode::persistent_reserve_out, change.action, change.type, parameters.size()),
+       parameters);
 }
 
 View reservations_view(const Device &device, const Reservations &state) {

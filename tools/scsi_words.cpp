@@ -282,6 +282,13 @@ std::optional<Sense> parse_sense(ByteSpan data) {
   return sense;
 }
 
+bool is_unsupported(const Sense &sense) {
+  constexpr std::uint8_t invalid_operation_code = 0x20;
+  constexpr std::uint8_t invalid_field_in_cdb = 0x24;
+  return sense.key == sense_key::illegal_request && !sense.deferred &&
+         (sense.asc == invalid_operation_code || sense.asc == invalid_field_in_cdb);
+}
+
 std::string sense_words(const Sense &sense) {
   return fmt::format("{}{}: {}", sense.deferred ? "deferred " : "", sense_key_words(sense.key),
                      additional_sense_words(sense.asc, sense.ascq));

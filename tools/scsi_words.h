@@ -20,6 +20,7 @@ namespace opcode = kzddl::opcode;
 
 namespace sense_key {
 inline constexpr std::uint8_t not_ready = 0x02;
+inline constexpr std::uint8_t illegal_request = 0x05;
 inline constexpr std::uint8_t unit_attention = 0x06;
 }  // namespace sense_key
 
@@ -43,6 +44,9 @@ struct Sense {
 /// Reads sense data of fixed or descriptor format; nothing when there are none, or of no known
 /// format. Codes that the data are too short for are 0.
 std::optional<Sense> parse_sense(ByteSpan data);
+
+/// Does the device refuse a command, or a page, that it does not know?
+bool is_unsupported(const Sense &sense);
 
 /// "ILLEGAL REQUEST: INVALID FIELD IN CDB".
 std::string sense_words(const Sense &sense);

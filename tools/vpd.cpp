@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <string_view>
 
 #include "base/bytes.h"
+#include "kzddl/ddlts.h"
 #include "kzddl/kzmisc_identity.h"
 #include "kzddl/kzmisc_text.h"
 
@@ -52,35 +54,29 @@ std::string word(const std::string_view (&words)[N], std::uint8_t code) {
   return code < N ? std::string(words[code]) : fmt::format("reserved {:X}h", code);
 }
 
-/// The page as the library reads it: inside its own buffer, and no longer than it is.
-std::array<std::uint8_t, 255> library_page(ByteSpan reply) {
-  std::array<std::uint8_t, 255> page{};
-  const std::size_t size = std::min(reply.size(), page.size());
-  std::copy_n(reply.begin(), size, page.begin());
-  if (size >= VpdPage::header_size) {
-    page[3] =
-        static_cast<std::uint8_t>(std::min<std::size_t>(page[3], size - VpdPage::header_size));
-  }
-  return page;
+/// Types of designators that may name a unit, the best one first.
+constexpr std::uint8_t naming_types[] = {0x3, 0x2, 0xA, 0x8, 0x1, 0x0};
+
+std::ptrdiff_t rank(const Designator &designator) {
+  return std::ranges::find(naming_types, designator.type()) - std::begin(naming_types);
 }
 
-void mark_chosen(ByteSpan reply, std::vector<Designator> &list) {
-  const auto page = library_page(reply);
-  std::array<char, KZDDL_LUN_ID_SIZE> identifier{};
-  unsigned char kind = 0;
-  if (get_lun_id_from_83buf(page.data(), identifier.data(), &kind) != 0) return;
-  // Ties keep the earlier descriptor: the first that reads so is the one.
+bool may_name_unit(const Designator &designator) {
+  constexpr std::uint8_t logical_unit = 0;
+  return designator.association() == logical_unit && rank(designator) < std::ssize(naming_types) &&
+         !designator.cut_short() && !identifier_text(designator.bytes).empty();
+}
+
+void mark_chosen(std::vector<Designator> &list) {
+  Designator *chosen = nullptr;
   for (Designator &designator : list) {
-    std::array<char, KZDDL_LUN_ID_SIZE> text{};
-    if (designator.kind != kind || designator.cut_short() ||
-        bascii_copy(text.data(), designator.bytes.data(),
-                    static_cast<std::int32_t>(designator.bytes.size()), text.size()) != 0 ||
-        text != identifier) {
-      continue;
+    if (!may_name_unit(designator)) continue;
+    if (chosen == nullptr || rank(designator) < rank(*chosen) ||
+        (rank(designator) == rank(*chosen) && designator.bytes.size() > chosen->bytes.size())) {
+      chosen = &designator;
     }
-    designator.chosen = true;
-    return;
   }
+  if (chosen != nullptr) chosen->chosen = true;
 }
 
 }  // namespace
@@ -122,8 +118,16 @@ std::vector<Designator> designators(ByteSpan reply) {
     designator.bytes = rest.first(std::min(rest.size(), designator.announced));
     rest = rest.subspan(designator.bytes.size());
   }
-  mark_chosen(reply, list);
+  mark_chosen(list);
   return list;
+}
+
+std::string identifier_text(ByteSpan designator) {
+  if (trimmed(designator).empty()) return {};
+  std::array<char, KZDDL_TS_MAX_PAYLOAD + 1> text{};
+  const auto size = static_cast<std::int32_t>(designator.size());
+  if (bascii_copy(text.data(), designator.data(), size, text.size()) != 0) return {};
+  return text.data();
 }
 
 std::string association_words(std::uint8_t association) { return word(associations, association); }

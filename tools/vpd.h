@@ -52,9 +52,15 @@ struct Designator {
   bool cut_short() const { return bytes.size() < announced; }
 };
 
-/// The descriptors of a Device Identification page, the chosen one marked. Bytes at the end that
-/// are too few for a descriptor's header make none.
+/// The descriptors of a Device Identification page. The one that names the logical unit is marked:
+/// of the unit's own designators NAA before EUI-64, UUID, SCSI name, T10 vendor ID and vendor
+/// specific; of a kind the longest, else the first. Bytes at the end that are too few for a
+/// descriptor's header make none.
 std::vector<Designator> designators(ByteSpan reply);
+
+/// A designator as an identifier: text as it is when all of it is printable, else hexadecimal
+/// digits. Empty for blanks, and for more than a value of the property database holds.
+std::string identifier_text(ByteSpan designator);
 
 /// "logical unit"; "NAA"; "binary"; "SAS".
 std::string association_words(std::uint8_t association);

@@ -128,7 +128,7 @@ KZDDL_API int32_t delete_property(const char *name, const char *const *values);
 /** Removes a property with its values and their associations. 0, or -1 for an unknown one. */
 KZDDL_API int32_t destroy_property(const char *name);
 
-/** Logs every property, value and association. */
+/** Logs every property, value and association, and what is left out where memory is short. */
 KZDDL_API void print_property_list(void);
 
 /** Logs the structure of the list of properties. Takes no lock. */

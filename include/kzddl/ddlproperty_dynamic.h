@@ -21,8 +21,8 @@
  *     the attribute's name           the fetched values       the disk they belong to
  *
  * An address is the first sizeof(void *) bytes of the payload, in native byte order; store it as
- * a typed string, since plain text ends at its first zero byte. A shorter payload counts as no
- * address.
+ * a typed string, since plain text ends at its first zero byte. Bytes that a shorter payload leaves
+ * out are zero.
  *
  * Forms, returned arrays and threads are those of ddlproperty.h. A fetch runs with no lock of
  * the database held. It leaves a value that the library reports again as it is, and removes one
@@ -58,9 +58,10 @@ typedef struct dip {
  * Entry point of an array support library: answers for one attribute of a disk.
  *
  * It is called on the thread that looks something up, with no lock held but the handler's
- * mutex. Both records live until it returns. It may use the database, but a look-up from
- * KZDDL_PROP_DISK that asks for what it answers itself would call it again, without end; with the
- * mutex held, so would anything that its library answers wait for itself.
+ * mutex, and with its cancellation put off. Both records live until it returns. It may use the
+ * database, but a look-up from KZDDL_PROP_DISK that asks for what it answers itself would call it
+ * again, without end; with the mutex held, so would anything that its library answers wait for
+ * itself.
  *
  * @param disk  the disk
  * @param attr  name of the attribute

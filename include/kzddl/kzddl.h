@@ -1,6 +1,10 @@
 /**
  * @file
  * The whole public interface.
+ *
+ * A thread that is cancelled (pthread_cancel, of the deferred type) inside the library leaves no
+ * lock held, no descriptor open and no memory behind: the request waits until the function holds
+ * none of these. Functions of the host that the library calls meanwhile are not cancelled either.
  */
 #ifndef KZDDL_KZDDL_H
 #define KZDDL_KZDDL_H

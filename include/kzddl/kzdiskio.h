@@ -3,8 +3,13 @@
  * Reads and writes of 512-byte blocks, and the check whether another host holds a reservation.
  *
  * Blocks travel by the legacy request on every machine, at most 8 at a time, so that concurrent
- * calls on one device interleave chunk by chunk. The kernel tells the legacy request nothing of
- * host errors: on a path that died a read succeeds and returns zeros.
+ * calls on one device interleave chunk by chunk.
+ *
+ * The kernel tells the legacy request nothing of host errors. When a chunk times out or its path
+ * dies, do_diskio() goes on and returns 0 all the same: what was read is zeros there, what was
+ * written is not on the disk. Nothing asked afterwards shows it, for the path may have come back.
+ * Data that must not be lost go by do_scsi(), with READ and WRITE of at most 64 KiB, whose result
+ * tells host errors (but not on IA-64) and whose `uscsi_resid` must be 0.
  */
 #ifndef KZDDL_KZDISKIO_H
 #define KZDDL_KZDISKIO_H
@@ -33,7 +38,8 @@ KZDDL_BEGIN_DECLS
  * @param nblocks  number of blocks; the low 16 bits count
  * @param buf      512 bytes for each block: the data to write, or room for what is read
  * @param op       one of the operations above; any other reads without returning data
- * @return 0; -1 on failure; KZDDL_DISKIO_CONFLICT with KZDDL_DISKIO_PROBE by the indirect route
+ * @return 0, also when a chunk was lost on its way; -1 on failure; KZDDL_DISKIO_CONFLICT with
+ * KZDDL_DISKIO_PROBE by the indirect route
  */
 KZDDL_API int do_diskio(odh *path, unsigned lba, unsigned nblocks, unsigned char *buf, int op);
 
@@ -45,7 +51,8 @@ KZDDL_API int do_diskio_32(const char *node, unsigned lba, unsigned nblocks, uns
                            int op);
 
 /**
- * Asks with MODE SENSE whether another initiator holds a reservation.
+ * Asks with MODE SENSE whether another initiator holds a reservation. On IA-64 that is a legacy
+ * request: it tells no conflict, and on a path that died 0 or -1.
  *
  * @param path  the device
  * @return KZDDL_DISKIO_CONFLICT when one does; -1 when MODE SENSE failed otherwise (some targets

@@ -62,7 +62,7 @@ KZDDL_API int do_display_target_desc(const char *name, const unsigned char *td);
  *
  * @param text   the text
  * @param dst    `width` bytes
- * @param width  at least 1
+ * @param width  below 1, nothing is written
  * @return 0
  */
 KZDDL_API int padstring(const char *text, char *dst, int width);

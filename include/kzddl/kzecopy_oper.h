@@ -1,6 +1,11 @@
 /**
  * @file
  * RECEIVE COPY RESULTS: what third-party copy a device supports.
+ *
+ * The command travels by the legacy request on every machine, and the kernel tells that nothing of
+ * host errors. When it times out or its path dies, do_rcv_copy_results() returns 0 with 4 zeros;
+ * do_operating_parameters() finds these too short, and asks for the mode page. By do_scsi() the
+ * result tells host errors (but not on IA-64); do_convert_to_rcr_oper_parm() takes the reply.
  */
 #ifndef KZDDL_KZECOPY_OPER_H
 #define KZDDL_KZECOPY_OPER_H

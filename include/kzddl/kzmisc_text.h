@@ -70,7 +70,10 @@ KZDDL_API void free_pid_buffer(char *p);
  */
 KZDDL_API void strcpy_nb(const char *src, char *dst, int32_t size);
 
-/** Removes every whitespace character from `s` in place; returns how many. */
+/**
+ * Removes every whitespace character from `s` in place, and fills what it frees with NULs; returns
+ * how many.
+ */
 KZDDL_API int32_t do_remove_space(char *s);
 
 /**

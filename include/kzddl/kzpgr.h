@@ -3,6 +3,13 @@
  * PERSISTENT RESERVE OUT and IN.
  *
  * Both travel by the legacy request on every machine. The version mutex is not taken.
+ *
+ * The kernel tells the legacy request nothing of host errors. When a command times out or its path
+ * dies, do_pgr_out() returns PGR_OK though nothing was changed, and do_pgr_in() returns PGR_OK with
+ * zeros: generation 0, no keys, no reservation. A caller that fences on the answer sends the same
+ * commands by do_scsi(), whose result tells host errors (but not on IA-64). A TEST UNIT READY
+ * besides does not do: the path may have come back meanwhile. After a host error a change may or
+ * may not have been carried out: READ KEYS and READ RESERVATION by do_scsi() tell.
  */
 #ifndef KZDDL_KZPGR_H
 #define KZDDL_KZPGR_H

@@ -20,7 +20,8 @@ KZDDL_BEGIN_DECLS
  *               caller releases with `free`; untouched on failure
  * @return 0; `errno` when the node cannot be opened; 12 when memory is short; otherwise the last
  *         attempt's call result OR its status: 19 without a control node, -1 for a failed call,
- *         positive for a status. On IA-64 `errno` of the request or the negated status.
+ *         positive for a status. On IA-64 `errno` of the request, or negative: the negated status,
+ *         -19 without a control node.
  */
 KZDDL_API int do_rtpg(odh *path, unsigned char **reply);
 

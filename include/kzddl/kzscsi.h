@@ -45,7 +45,8 @@ typedef struct uscsi_cmd {
  * @return 0 on success; the OR of host, masked and driver status (positive) when the
  *         command did not complete cleanly; 19 when the control node, `errno` when the
  *         device node could not be opened; -1 with `errno` set when the request failed.
- *         On IA-64: `errno`, or the negated status, or 12 when memory is short.
+ *         On IA-64: `errno`, or the negated status, or 12 when memory is short; 0 also when the
+ *         command was lost on its way, as with every family there.
  */
 KZDDL_API int do_scsi(odh *path, uscsi_cmd *req);
 

@@ -24,7 +24,8 @@ KZDDL_BEGIN_DECLS
  * @param length  length of the list in bytes
  * @return 0; nonzero on failure. Indirect: the call's result (19 without a control node, -1), or
  *         the OR of host, masked and driver status, positive. Direct: `errno` of a failed open or
- *         request, or the negated status. On IA-64 as direct, and 12 when memory is short.
+ *         request, or the negated status. On IA-64 as direct, 12 when memory is short, and -19
+ *         without a control node.
  */
 KZDDL_API int do_stpg(odh *path, unsigned char *list, uint32_t length);
 

@@ -26,6 +26,15 @@ json ask(std::vector<std::string> arguments) {
 
 class KernelTool : public testing::Test {
  protected:
+  /// On IA-64, where nothing vouches for the answer, the tool refuses the command.
+  static bool is_refused(const std::vector<std::string> &arguments) {
+    if (ddl_is_arch_ia64() == 0) return false;
+    const ToolRun tool = run(arguments);
+    EXPECT_EQ(tool.status, 1);
+    EXPECT_NE(tool.err.find("on IA-64"), std::string::npos) << tool.err;
+    return true;
+  }
+
   const std::string debug = debug_disks().at(0).node;
   const std::string a = two_paths().at(0).node;
   const std::string b = two_paths().at(1).node;
@@ -51,6 +60,7 @@ TEST_F(KernelTool, DiscoveryPutsThePathsOfAUnitTogether) {
 }
 
 TEST_F(KernelTool, ReservationsKeepTheOtherPathOut) {
+  if (is_refused({"reservations", a, "register", "--new-key", "abc1"})) return;
   EXPECT_EQ(ask({"reservations", a, "register", "--new-key", "abc1"}).at("keys").size(), 1u);
   ask({"reservations", a, "reserve", "--key", "abc1", "--type", "exclusive-access"});
   EXPECT_EQ(ask({"reservations", b}).at("keys"), json({"000000000000ABC1"}));
@@ -63,6 +73,7 @@ TEST_F(KernelTool, ReservationsKeepTheOtherPathOut) {
 }
 
 TEST_F(KernelTool, BlocksAreWrittenAndReadBack) {
+  if (is_refused({"read", a, "--lba", "2000", "--count", "1"})) return;
   std::string content(300 * 512, '\0');
   for (std::size_t i = 0; i < content.size(); ++i)
     content[i] = static_cast<char>(i * 13 + i / 512);
