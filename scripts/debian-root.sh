@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Minimal Debian systems, of any suite, in which to try what users do. For scripts to read in, from
 # the top of the source tree. What Debian gives is kept in build/debian for the next run.
 . scripts/as-root.sh
