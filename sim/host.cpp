@@ -64,7 +64,7 @@ void Host::add(Node added) {
     remove_from_sysfs(tree_, *place);
   }
   place = node;
-  names_by_number_.emplace(node->number, name);
+  names_by_number_[node->number] = name;
   tree_.add_node(name);
   add_to_sysfs(tree_, node, [this, name] { return state_of(name); });
 }

@@ -49,7 +49,7 @@ class Host {
   /// The process's simulated host. Empty at first: everything passes to the real platform.
   static Host &instance();
 
-  /// In the place of any node of that name, without its faults.
+  /// In the place of any node of that name, without its faults; a number leads to the last added.
   void add(Node node);
   /// Adds the multipath driver's control node.
   void add_control_node();
