@@ -10,6 +10,15 @@ View with_node(const std::string &node, View view) {
   return {std::move(view.text), std::move(json)};
 }
 
+void ViewBuilder::field(std::string label, const char *key, std::string text, Json value) {
+  line(std::move(label), std::move(text));
+  json_[key] = std::move(value);
+}
+
+void ViewBuilder::line(std::string label, std::string text) {
+  lines_.emplace_back(std::move(label), std::move(text));
+}
+
 void ViewBuilder::size(std::size_t present, std::uint64_t announced) {
   value("length", present);
   value("announced_length", announced);

@@ -32,16 +32,11 @@ class ViewBuilder {
   void field(std::string label, const char *key, const std::string &text) {
     field(std::move(label), key, text, text);
   }
-  void field(std::string label, const char *key, std::string text, Json value) {
-    lines_.emplace_back(std::move(label), std::move(text));
-    json_[key] = std::move(value);
-  }
+  void field(std::string label, const char *key, std::string text, Json value);
   /// Something for programs only.
   void value(const char *key, Json value) { json_[key] = std::move(value); }
   /// Something for people only.
-  void line(std::string label, std::string text) {
-    lines_.emplace_back(std::move(label), std::move(text));
-  }
+  void line(std::string label, std::string text);
   /// How much of a reply is here; the text says so when it is not all.
   void size(std::size_t present, std::uint64_t announced);
   /// Lines of text behind the fields.
