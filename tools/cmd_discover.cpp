@@ -82,7 +82,7 @@ Prefix tree_prefix(const std::string &stem, bool is_last) {
 }
 
 std::string nodes_text(const Branch &branch, const std::string &stem, bool is_last,
-                      const TreeColumns &columns) {
+                       const TreeColumns &columns) {
   std::string text;
   for (const NodeLines &node : branch.nodes) {
     const Prefix prefix = tree_prefix(stem, is_last && &node == &branch.nodes.back());

@@ -9,9 +9,10 @@ namespace {
 
 void show_cabinet(ViewBuilder &view, const Identity &identity) {
   const std::string text = escaped(identity.cabinet);
-  const std::string words = identity.cabinet_error ? "not known: " + identity.cabinet_error->reason()
-                            : text.empty()         ? "no serial number"
-                                                   : text;
+  const std::string words = identity.cabinet_error
+                                ? "not known: " + identity.cabinet_error->reason()
+                            : text.empty() ? "no serial number"
+                                           : text;
   view.field("Cabinet", "cabinet_serial", words, text.empty() ? Json() : Json(text));
 }
 
@@ -55,7 +56,7 @@ Subcommand add_identify(CLI::App &app, Context &context) {
       "Examples:\n"
       "  kzddl identify --route direct /dev/sda\n"
       "  kzddl --sim identify /dev/sda /dev/sdb --json");
-  return {parser, [&context, nodes] { 
+  return {parser, [&context, nodes] {
             context.show_each(
                 *nodes, [&context](Device &device) { return identity_view(context, device); });
           }};

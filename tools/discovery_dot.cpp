@@ -111,10 +111,10 @@ class Drawing {
 
   std::string add_group(const AccessPath &access, const std::string &unit) {
     std::string id = fmt::format("group{}", next_++);
-    clusters_ += fmt::format(
-        "    {} [height=0.6, fillcolor=\"{}\", label={}];\n", id, state_color(access),
-        quoted({fmt::format("port group {}", access.group),
-                access.state_words() + (access.preferred ? ", preferred" : "")}));
+    clusters_ +=
+        fmt::format("    {} [height=0.6, fillcolor=\"{}\", label={}];\n", id, state_color(access),
+                    quoted({fmt::format("port group {}", access.group),
+                            access.state_words() + (access.preferred ? ", preferred" : "")}));
     add_edge(id, unit);
     return id;
   }
