@@ -94,8 +94,9 @@ class Drawing {
 
   std::string add_node(const Path &path, std::string_view color) {
     std::vector<std::string> notes = {path.address, path.readiness.words()};
-    for (const Problem &problem : path.problems)
-      notes.push_back(problem.words());
+    for (const Problem &problem : path.problems) {
+      if (!problem.is_readiness()) notes.push_back(problem.words());
+    }
     return add_box(path.node, notes, color, !path.problems.empty());
   }
 
