@@ -21,7 +21,7 @@ quietly() {
 # Runs a command in the root, with a /proc and terminals that end with the command.
 in_root() {
   # shellcheck disable=SC2016
-  as_root unshare --mount --pid --fork sh -c \
+  as_root unshare --mount --pid --fork --kill-child sh -c \
     'mount -t proc proc "$0/proc" && mount -t devpts -o ptmxmode=666 devpts "$0/dev/pts" &&
       exec chroot "$0" env -i HOME=/root LC_ALL=C.UTF-8 \
       PATH=/usr/sbin:/usr/bin DEBIAN_FRONTEND=noninteractive "$@"' "$root" "$@"
