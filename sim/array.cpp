@@ -33,30 +33,37 @@ constexpr char devices[] =
     "  8 sd\n"
     "252 kz\n";
 
-/// A disk's size in units of 1024 bytes, as the kernel learns it; 0 when it does not answer.
-std::uint64_t size_of(const PathSpec &path) {
+/// A disk's size in units of 512 bytes, as the kernel learned it when the path was well; 0 when it
+/// did not.
+std::uint64_t sectors_of(const PathSpec &path) {
+  if (!path.capacity_known || path.kind != NodeKind::block) return 0;
+  if (const auto sectors = path.device->sectors()) return *sectors;
   Bytes cdb(cdb_room);
   cdb[0] = opcode::service_action_in_16;
   cdb[1] = 0x10;  // READ CAPACITY(16)
   cdb[13] = 32;
   const Reply reply = path.device->execute({.cdb = cdb, .initiator = path.initiator}, path.port);
   if (reply.error != 0 || reply.status != status::good || reply.data.size() < 12) return 0;
-  const std::uint64_t blocks = kzddl::load_be64(&reply.data[0]) + 1;
-  return blocks * (kzddl::load_be32(&reply.data[8]) / 512) / 2;
+  return (kzddl::load_be64(&reply.data[0]) + 1) * (kzddl::load_be32(&reply.data[8]) / 512);
 }
 
-/// The block nodes of disks, as the kernel lists them.
-std::string partitions(const std::vector<UnitSpec> &units) {
+/// The block nodes of disks, as the kernel lists them: those whose size it knows.
+FileTree::Read partitions(const Host &host, const std::vector<Node> &nodes) {
   const std::string directory = "/dev/";
-  std::string text = "major minor  #blocks  name\n\n";
-  for (const UnitSpec &unit : units) {
-    for (const PathSpec &path : unit.paths) {
-      if (path.kind != NodeKind::block || !path.node.starts_with(directory)) continue;
-      text += std::to_string(major(path.number)) + " " + std::to_string(minor(path.number)) + " " +
-              std::to_string(size_of(path)) + " " + path.node.substr(directory.size()) + "\n";
-    }
+  std::vector<std::pair<std::string, std::string>> lines;  // of nodes
+  for (const Node &node : nodes) {
+    if (node.sectors == 0 || !node.name.starts_with(directory)) continue;
+    lines.emplace_back(node.name, std::to_string(major(node.number)) + " " +
+                                      std::to_string(minor(node.number)) + " " +
+                                      std::to_string(node.sectors / 2) + " " +
+                                      node.name.substr(directory.size()) + "\n");
   }
-  return text;
+  return [&host, lines = std::move(lines)] {
+    std::string text = "major minor  #blocks  name\n\n";
+    for (const auto &[node, line] : lines)
+      if (!host.is_removed(node)) text += line;
+    return text;
+  };
 }
 
 /// A unit goes on from the state that is kept in `store`.
@@ -137,17 +144,26 @@ void install(Host &host, std::vector<UnitSpec> units, const std::string &machine
   host.set_machine(machine);
   host.set_file("/proc/cpuinfo", cpuinfo);
   host.set_file("/proc/devices", devices);
-  host.set_file("/proc/partitions", partitions(units));
+  std::vector<Node> nodes;
+  for (const UnitSpec &unit : units) {
+    for (const PathSpec &path : unit.paths) {
+      nodes.push_back({path.node, path.number, path.kind, path.device, path.port, path.initiator,
+                       path.address, sectors_of(path), path.state});
+    }
+  }
+  host.set_file("/proc/partitions", partitions(host, nodes));
   // Later than that: the program is told of what is pending, not the kernel as it looks for disks.
   for (UnitSpec &unit : units) {
     if (!spec.store.empty()) keep(unit, spec.store);
   }
+  for (Node &node : nodes)
+    host.add(std::move(node));
   for (const UnitSpec &unit : units) {
     for (const PathSpec &path : unit.paths) {
-      host.add({path.node, path.number, path.kind, path.device, path.port, path.initiator,
-                path.address});
       for (const Fault &fault : path.faults)
         host.inject(path.node, fault);
+      for (const std::string &link : path.links)
+        host.add_link(link, path.node);
     }
   }
   for (const Node &node : multipath_nodes(units))

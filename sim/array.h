@@ -23,6 +23,9 @@ struct PathSpec {
   std::string initiator{};  ///< the host's own when empty
   std::string address{};    ///< "0:0:1:3"; none when empty
   std::vector<Fault> faults{};
+  std::vector<std::string> links{};  ///< more names of the node
+  std::string state = "running";     ///< what the kernel says of the SCSI device
+  bool capacity_known = true;        ///< to the kernel
 };
 
 /// A logical unit: its paths, and the name of its multipath nodes (none when empty).

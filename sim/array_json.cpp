@@ -75,10 +75,28 @@ std::string read_address(const Value &value) {
   return text;
 }
 
+/// What the kernel says of the path, and then does.
+void read_state(const Value &value, PathSpec &path) {
+  value.choice({"running", "blocked", "offline", "transport-offline"});
+  path.state = value.text();
+  if (path.state.ends_with("offline")) path.faults.push_back(Fault::offline());
+}
+
+std::vector<std::string> read_links(const Value &value) {
+  std::vector<std::string> links;
+  for (const Value &each : value.list()) {
+    links.push_back(each.text(255));
+    if (!links.back().starts_with("/dev/") || links.back().ends_with("/")) {
+      each.fail("expected a name in /dev");
+    }
+  }
+  return links;
+}
+
 /// A path without its device, unless captured replies answer on it.
 PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
   value.require_object({"node", "device", "kind", "port", "group", "initiator", "address", "replay",
-                        "hostile", "fail", "delay_ms"});
+                        "hostile", "fail", "delay_ms", "state", "capacity_known", "links"});
   PathSpec path{.node = value.at("node").text(255)};
   if (!path.node.starts_with("/")) value.at("node").fail("expected an absolute name");
   const auto [major, minor] = value.at("device").pair(':', 10, 0xFFFFF);
@@ -92,13 +110,16 @@ PathSpec read_path(const Value &value, const std::filesystem::path &folder) {
   if (value.has("address")) path.address = read_address(value.at("address"));
   if (value.has("replay")) path.device = read_replay(value.at("replay"), folder);
   path.faults = read_faults(value);
+  if (value.has("state")) read_state(value.at("state"), path);
+  value.read("capacity_known", path.capacity_known);
+  if (value.has("links")) path.links = read_links(value.at("links"));
   return path;
 }
 
 UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
-  value.require_object({"vendor", "product", "revision", "serial", "naa", "not_ready", "blocks",
-                        "block_size", "file", "geometry", "answers_page_0", "copy", "groups",
-                        "multipath", "hostile", "paths"});
+  value.require_object({"vendor", "product", "revision", "serial", "naa", "designators",
+                        "vpd_pages", "not_ready", "blocks", "block_size", "file", "geometry",
+                        "answers_page_0", "copy", "groups", "multipath", "hostile", "paths"});
   UnitSpec unit;
   value.read("multipath", unit.multipath, 128);
   if (unit.multipath.find('/') != std::string::npos) {
@@ -126,17 +147,22 @@ UnitSpec read_unit(const Value &value, const std::filesystem::path &folder) {
 void require_distinct(const std::vector<UnitSpec> &units) {
   std::set<std::string> names{control_node};
   std::set<dev_t> numbers;
-  const auto add = [&](const std::string &name, dev_t number) {
+  const auto add_name = [&](const std::string &name) {
     if (!names.insert(name).second) {
       throw ArrayError("/units: node \"" + name + "\" is used twice");
     }
+  };
+  const auto add = [&](const std::string &name, dev_t number) {
+    add_name(name);
     if (!numbers.insert(number).second) {
       throw ArrayError("/units: the device number of \"" + name + "\" is used twice");
     }
   };
   for (const UnitSpec &unit : units) {
-    for (const PathSpec &path : unit.paths)
+    for (const PathSpec &path : unit.paths) {
       add(path.node, path.number);
+      std::ranges::for_each(path.links, add_name);
+    }
   }
   for (const Node &node : multipath_nodes(units))
     add(node.name, node.number);

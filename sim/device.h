@@ -67,6 +67,8 @@ class Device {
   virtual void keep_in(const std::filesystem::path & /*directory*/, const std::string & /*name*/) {}
   /// The target port groups as they are now; none without asymmetric access.
   virtual std::vector<TargetPortGroup> target_port_groups() { return {}; }
+  /// Its size in units of 512 bytes, if it is known without a command.
+  virtual std::optional<std::uint64_t> sectors() const { return std::nullopt; }
   /// Answers one command that came in through `port`. May be called from any thread.
   virtual Reply execute(const Command &command, const Port &port) = 0;
 };

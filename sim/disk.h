@@ -26,6 +26,9 @@ class Disk : public Device {
   void connect(const Nexus &nexus) override;
   void keep_in(const std::filesystem::path &directory, const std::string &name) override;
   std::vector<TargetPortGroup> target_port_groups() override;
+  std::optional<std::uint64_t> sectors() const override {
+    return spec_.blocks * (spec_.block_size / 512);
+  }
   Reply execute(const Command &command, const Port &port) override;
 
  private:

@@ -8,15 +8,39 @@
 namespace sim {
 namespace {
 
-Bytes identifier(const Value &value) {
-  Bytes naa;
+Bytes bytes(const Value &value) {
   try {
-    naa = capture::parse_hex(value.text());
+    return capture::parse_hex(value.text());
   } catch (const capture::Error &error) {
     value.fail(error.what());
   }
+}
+
+Bytes identifier(const Value &value) {
+  Bytes naa = bytes(value);
   if (naa.size() != 8 && naa.size() != 16) value.fail("an NAA identifier has 8 or 16 bytes");
   return naa;
+}
+
+/// Put one after another, as they stand in the page.
+Bytes read_designators(const Value &value) {
+  constexpr std::size_t longest = 0xFFFF - 4;  // with the page's header: an allocation length
+  Bytes all;
+  for (const Value &each : value.list()) {
+    const Bytes designator = bytes(each);
+    all.insert(all.end(), designator.begin(), designator.end());
+  }
+  if (all.size() > longest) value.fail("at most " + std::to_string(longest) + " bytes");
+  return all;
+}
+
+std::set<std::uint8_t> read_vpd_pages(const Value &value) {
+  std::set<std::uint8_t> pages;
+  if (value.is_false()) return pages;
+  constexpr std::uint8_t known[] = {0x00, 0x80, 0x83};
+  for (const Value &each : value.list())
+    pages.insert(known[each.choice({"00", "80", "83"})]);
+  return pages;
 }
 
 std::optional<Geometry> read_geometry(const Value &value) {
@@ -74,6 +98,8 @@ DiskSpec read_disk(const Value &unit) {
   unit.read("product", spec.product, 16);
   unit.read("revision", spec.revision, 4);
   unit.read("serial", spec.serial, 128);
+  if (unit.has("designators")) spec.designators = read_designators(unit.at("designators"));
+  if (unit.has("vpd_pages")) spec.vpd_pages = read_vpd_pages(unit.at("vpd_pages"));
   if (unit.has("naa")) spec.naa = identifier(unit.at("naa"));
   if (unit.has("not_ready")) {
     const auto [asc, ascq] = unit.at("not_ready").pair('/', 16, 0xFF);

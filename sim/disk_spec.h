@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,9 @@ struct DiskSpec {
   std::string vendor = "KZSIM";
   std::string product = "VIRTUAL DISK";
   std::string revision = "0100";
-  std::string serial{};            ///< Unit Serial Number page; no such page when empty
+  std::string serial{};                ///< Unit Serial Number page; no such page when empty
+  std::optional<Bytes> designators{};  ///< the whole of page 83h, in the place of the disk's own
+  std::optional<std::set<std::uint8_t>> vpd_pages{};  ///< those it has; all it can when empty
   Bytes naa{};                     ///< NAA designator of 8 or 16 bytes; none when empty
   std::optional<Sense> not_ready;  ///< why TEST UNIT READY and the medium's commands fail
   std::uint64_t blocks = 2'097'152;

@@ -57,6 +57,12 @@ struct Fault {
   std::chrono::milliseconds delay{};      ///< what the request takes longer
   std::optional<Gone> gone{};             ///< the path is gone, for every request
 
+  /// For ever.
+  static Fault offline() {
+    return {
+        .times = -1, .reply = Reply{.host_status = host_status::no_connect}, .gone = Gone::offline};
+  }
+
   bool concerns(const Request &request) const;
   bool only_delays() const { return !error && !reply && !change && !before && !gone; }
 };

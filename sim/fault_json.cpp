@@ -21,7 +21,7 @@ const std::vector<Failure> &failures() {
       {"timeout", {.host_status = host_status::time_out}},
       {"transport", {.host_status = host_status::no_connect}},
       {"removed", {}, Gone::removed},
-      {"offline", {.host_status = host_status::no_connect}, Gone::offline},
+      {"offline", *Fault::offline().reply, Gone::offline},
       {"busy", {.status = status::busy}},
       {"reservation conflict", {.status = status::reservation_conflict}},
       {"task set full", {.status = status::task_set_full}},

@@ -12,6 +12,7 @@
 
 #include "sim/command_rules.h"
 #include "sim/platform.h"
+#include "sim/sysfs.h"
 
 namespace sim {
 namespace {
@@ -32,11 +33,8 @@ struct IndirectRecord {
 /// The kernel reports sense data through the driver status.
 constexpr unsigned short driver_sense = 8;
 
-/// Where sysfs leads from a node's number to its device.
-std::string device_link(const Node &node) {
-  return std::string("/sys/dev/") + (node.kind == NodeKind::block ? "block/" : "char/") +
-         std::to_string(major(node.number)) + ":" + std::to_string(minor(node.number)) + "/device";
-}
+/// A number of the kernel's miscellaneous devices.
+const dev_t control_node_number = makedev(10, 144);
 
 int fail(int error) {
   errno = error;
@@ -51,23 +49,47 @@ Host &Host::instance() {
   return host;
 }
 
-void Host::add(Node node) {
-  if (node.device != nullptr) node.device->connect({node.initiator, node.port.relative_id});
+Host::Host() : tree_([this](const std::string &owner) { return is_removed_now(owner); }) {}
+
+void Host::add(Node added) {
+  if (added.device != nullptr) added.device->connect({added.initiator, added.port.relative_id});
+  const auto node = std::make_shared<const Node>(std::move(added));
+  const std::string &name = node->name;
   const std::scoped_lock lock(mutex_);
-  faults_.erase(node.name);
-  links_[device_link(node)] = node.address.empty() ? "" : "../../../" + node.address;
-  std::string name = node.name;
-  nodes_.insert_or_assign(std::move(name), std::move(node));
+  faults_.erase(name);
+  std::shared_ptr<const Node> &place = nodes_[name];
+  if (place != nullptr) {
+    const auto old = names_by_number_.find(place->number);
+    if (old != names_by_number_.end() && old->second == name) names_by_number_.erase(old);
+    remove_from_sysfs(tree_, *place);
+  }
+  place = node;
+  names_by_number_[node->number] = name;
+  tree_.add_node(name);
+  add_to_sysfs(tree_, node, [this, name] { return state_of(name); });
 }
 
 void Host::add_control_node() {
   const std::scoped_lock lock(mutex_);
-  has_control_node_ = true;
+  for (const char *directory : {"/dev/kz", block_directory, raw_directory})
+    tree_.add_directory(directory);
+  tree_.add_node(control_node);
 }
 
 void Host::set_file(const std::string &name, std::optional<std::string> text) {
+  set_file(name, [text = std::move(text)] { return text; });
+}
+
+void Host::set_file(const std::string &name, FileTree::Read read) {
   const std::scoped_lock lock(mutex_);
-  files_[name] = std::move(text);
+  tree_.add_file(name, std::move(read));
+}
+
+void Host::add_link(const std::string &name, const std::string &node) {
+  const std::scoped_lock lock(mutex_);
+  for (std::size_t end = name.find('/', 1); (end = name.find('/', end + 1)) != std::string::npos;)
+    tree_.add_directory(name.substr(0, end));
+  tree_.add_link(name, node);
 }
 
 void Host::set_machine(std::optional<std::string> machine) {
@@ -93,11 +115,29 @@ void Host::fail_open(const std::string &node, int error) {
 
 void Host::remove(const std::string &node) { inject(node, {.times = -1, .gone = Gone::removed}); }
 
+bool Host::is_removed_now(const std::string &node) const {
+  const auto faults = faults_.find(node);
+  return faults != faults_.end() && faults->second.gone() == Gone::removed;
+}
+
+bool Host::is_removed(const std::string &node) const {
+  const std::scoped_lock lock(mutex_);
+  return is_removed_now(node);
+}
+
+std::string Host::state_of(const std::string &node) const {
+  const std::scoped_lock lock(mutex_);
+  const auto faults = faults_.find(node);
+  const bool is_offline = faults != faults_.end() && faults->second.gone() == Gone::offline;
+  const std::string &state = nodes_.at(node)->state;
+  return is_offline && state == "running" ? "offline" : state;
+}
+
 std::vector<Node> Host::nodes() const {
   const std::scoped_lock lock(mutex_);
   std::vector<Node> list;
   for (const auto &[name, node] : nodes_)
-    list.push_back(node);
+    list.push_back(*node);
   return list;
 }
 
@@ -116,17 +156,63 @@ int Host::open_descriptors() const {
   return static_cast<int>(descriptors_.size());
 }
 
-std::optional<int> Host::open(const std::string &name, int flags) {
-  const std::scoped_lock lock(mutex_);
-  const bool is_control = has_control_node_ && name == control_node;
-  if (const auto error = open_errors_.find(name); error != open_errors_.end() && error->second) {
-    return fail(error->second);
+std::optional<Host::Place> Host::locate(const std::string &name, bool follow) const {
+  Place place;
+  FileTree::Read read;
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto found = tree_.find(name, follow);
+    if (!found) return std::nullopt;
+    if (found->entry == nullptr) return place;
+    place = {found->name, found->entry->kind, found->entry->target};
+    read = found->entry->read;
   }
-  if (!is_control && !nodes_.contains(name)) return std::nullopt;
-  if (is_control && !privileged_) return fail(EACCES);
-  if (!is_control && refuse_open(nodes_.at(name), static_cast<unsigned>(flags))) return fail(ENXIO);
+  if (place.kind != FileTree::Kind::file) return place;
+  std::optional<std::string> text = read();  // asks a device, or the host
+  if (!text) return Place{};
+  place.text = std::move(*text);
+  return place;
+}
+
+std::optional<int> Host::open(const std::string &name, int flags) {
+  const std::optional<Place> place = locate(name);
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto error = open_errors_.find(place && place->kind ? place->name : name);
+    if (error != open_errors_.end() && error->second != 0) return fail(error->second);
+  }
+  if (!place) return std::nullopt;
+  if (!place->kind) return fail(ENOENT);
+  if (place->kind == FileTree::Kind::node) return open_node(place->name, flags);
+  if ((flags & O_ACCMODE) != O_RDONLY) return fail(EACCES);
+  if (place->kind == FileTree::Kind::file) return platform::file_with(place->text);
+  return open_descriptor(place->name, flags);
+}
+
+std::optional<int> Host::open_file(const std::string &name) const {
+  const std::optional<Place> place = locate(name);
+  if (!place || place->kind == FileTree::Kind::node) return std::nullopt;
+  if (!place->kind) return fail(ENOENT);
+  if (place->kind != FileTree::Kind::file) return fail(EISDIR);
+  return platform::file_with(place->text);
+}
+
+int Host::open_node(const std::string &name, int flags) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (name == control_node) {
+      if (!privileged_) return fail(EACCES);
+    } else if (refuse_open(*nodes_.at(name), static_cast<unsigned>(flags))) {
+      return fail(ENXIO);
+    }
+  }
+  return open_descriptor(name, flags);
+}
+
+int Host::open_descriptor(const std::string &name, int flags) {
   // A real descriptor keeps the number from being given out twice.
   const int fd = platform::open("/dev/null", O_RDWR | O_CLOEXEC);
+  const std::scoped_lock lock(mutex_);
   if (fd >= 0) descriptors_[fd] = {name, static_cast<unsigned>(flags)};
   return fd;
 }
@@ -144,8 +230,8 @@ std::optional<int> Host::ioctl(int fd, unsigned long request, void *argument) {
     if (found == descriptors_.end()) return std::nullopt;
     descriptor = found->second;
   }
-  if (descriptor.node == control_node) return ioctl_control(request, argument);
-  return perform(descriptor.node, request, argument, {.oflags = descriptor.flags});
+  if (descriptor.name == control_node) return ioctl_control(request, argument);
+  return perform(descriptor.name, request, argument, {.oflags = descriptor.flags});
 }
 
 int Host::ioctl_control(unsigned long request, void *argument) {
@@ -159,12 +245,10 @@ int Host::ioctl_control(unsigned long request, void *argument) {
   std::string name;
   {
     const std::scoped_lock lock(mutex_);
-    const auto found = std::find_if(nodes_.begin(), nodes_.end(), [number](const auto &entry) {
-      return entry.second.number == number;
-    });
-    if (found == nodes_.end()) return fail(ENODEV);
-    name = found->first;
-    if (refuse_open(found->second, record->oflags)) return fail(ENXIO);
+    const auto found = names_by_number_.find(number);
+    if (found == names_by_number_.end()) return fail(ENODEV);
+    name = found->second;
+    if (refuse_open(*nodes_.at(name), record->oflags)) return fail(ENXIO);
   }
   Request origin{
       .through_control_node = true, .control_request = request, .oflags = record->oflags};
@@ -177,21 +261,23 @@ int Host::ioctl_control(unsigned long request, void *argument) {
 }
 
 int Host::perform(const std::string &name, unsigned long command, void *argument, Request request) {
-  Node node;
+  std::shared_ptr<const Node> node;
   {
     const std::scoped_lock lock(mutex_);
-    node = nodes_.at(name);
+    const auto found = nodes_.find(name);
+    if (found == nodes_.end()) return fail(ENOTTY);
+    node = found->second;
     // The legacy request through an sg node does not look: the host adapter then fails it.
-    const bool is_sg = node.kind == NodeKind::character;
+    const bool is_sg = node->kind == NodeKind::character;
     const auto gone = refuse_as_gone(name, is_sg && command == SCSI_IOCTL_SEND_COMMAND);
     if (gone) return fail(*gone == Gone::offline && is_sg ? ENXIO : ENODEV);
   }
   request.node = name;
   switch (command) {
     case SG_IO:
-      return sg_io(node, *static_cast<sg_io_hdr *>(argument), std::move(request));
+      return sg_io(*node, *static_cast<sg_io_hdr *>(argument), std::move(request));
     case SCSI_IOCTL_SEND_COMMAND:
-      return legacy(node, argument, std::move(request));
+      return legacy(*node, argument, std::move(request));
     default:
       return fail(ENOTTY);
   }
@@ -328,21 +414,87 @@ FaultList::Effect Host::meet_faults(const Request &request) {
   return faults != faults_.end() ? faults->second.meet(request) : FaultList::Effect{};
 }
 
-bool Host::stat(const std::string &name, mode_t &mode, dev_t &number) const {
-  const std::scoped_lock lock(mutex_);
-  const auto found = nodes_.find(name);
-  if (found == nodes_.end()) return false;
-  mode = (found->second.kind == NodeKind::block ? S_IFBLK : S_IFCHR) | 0600;
-  number = found->second.number;
-  return true;
+Status Host::status_of(const Place &place) const {
+  Status status{.inode = std::hash<std::string>()(place.name) | 1};
+  switch (*place.kind) {
+    case FileTree::Kind::directory:
+      status.mode = S_IFDIR | 0755;
+      break;
+    case FileTree::Kind::file:
+      status.mode = S_IFREG | 0444;
+      status.size = place.text.size();
+      break;
+    case FileTree::Kind::link:
+      status.mode = S_IFLNK | 0777;
+      status.size = place.text.size();
+      break;
+    case FileTree::Kind::node: {
+      const std::scoped_lock lock(mutex_);
+      const auto node = nodes_.find(place.name);  // or the control node
+      const bool is_block = node != nodes_.end() && node->second->kind == NodeKind::block;
+      status.mode = (is_block ? S_IFBLK : S_IFCHR) | 0600;
+      status.number = node != nodes_.end() ? node->second->number : control_node_number;
+    }
+  }
+  return status;
 }
 
-bool Host::read_link(const std::string &name, std::string &target) const {
+std::optional<int> Host::stat(const std::string &name, bool follow, Status &status) const {
+  const std::optional<Place> place = locate(name, follow);
+  if (!place) return std::nullopt;
+  if (!place->kind) return fail(ENOENT);
+  status = status_of(*place);
+  return 0;
+}
+
+std::optional<int> Host::stat(int fd, Status &status) const {
+  const std::optional<std::string> name = name_of(fd);
+  return name ? stat(*name, true, status) : std::nullopt;
+}
+
+std::optional<std::string> Host::name_of(int fd) const {
   const std::scoped_lock lock(mutex_);
-  const auto found = links_.find(name);
-  if (found == links_.end()) return false;
-  target = found->second;
-  return true;
+  const auto found = descriptors_.find(fd);
+  if (found == descriptors_.end()) return std::nullopt;
+  return found->second.name;
+}
+
+std::optional<int> Host::read_link(const std::string &name, std::string &target) const {
+  const std::optional<Place> place = locate(name, false);
+  if (!place) return std::nullopt;
+  if (!place->kind) return fail(ENOENT);
+  if (place->kind != FileTree::Kind::link) return fail(EINVAL);
+  target = place->text;
+  return 0;
+}
+
+std::optional<int> Host::canonical(const std::string &name, std::string &result) const {
+  const std::optional<Place> place = locate(name);
+  if (!place) return std::nullopt;
+  if (!place->kind) return fail(ENOENT);
+  result = place->name;
+  return 0;
+}
+
+std::optional<int> Host::list(const std::string &name, std::vector<DirectoryEntry> &entries) const {
+  std::vector<std::string> names;
+  std::string directory;
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto found = tree_.find(name);
+    if (!found) return std::nullopt;
+    if (found->entry == nullptr) return fail(ENOENT);
+    if (found->entry->kind != FileTree::Kind::directory) return fail(ENOTDIR);
+    directory = found->name;
+    for (const auto &[child, unused] : found->entry->children)
+      names.push_back(child);
+  }
+  for (const std::string &child : names) {
+    Status status;
+    if (stat(directory + "/" + child, false, status) != 0) continue;  // it is not there now
+    entries.push_back({child, status.mode & S_IFMT});
+  }
+  return 0;
 }
 
 bool Host::knows_machine() const {
@@ -353,41 +505,6 @@ bool Host::knows_machine() const {
 std::optional<std::string> Host::machine() const {
   const std::scoped_lock lock(mutex_);
   return machine_;
-}
-
-bool Host::knows_file(const std::string &name) const {
-  const std::scoped_lock lock(mutex_);
-  return files_.contains(name);
-}
-
-std::FILE *Host::open_file(const std::string &name) const {
-  std::optional<std::string> text;
-  {
-    const std::scoped_lock lock(mutex_);
-    text = files_.at(name);
-  }
-  if (!text) {
-    errno = ENOENT;
-    return nullptr;
-  }
-  std::FILE *file = fmemopen(nullptr, text->size() + 1, "w+");
-  if (file == nullptr) return nullptr;
-  std::fwrite(text->data(), 1, text->size(), file);
-  std::rewind(file);
-  return file;
-}
-
-std::optional<std::vector<std::string>> Host::directory(const std::string &name) const {
-  const std::scoped_lock lock(mutex_);
-  if (!has_control_node_ || (name != block_directory && name != raw_directory)) {
-    return std::nullopt;
-  }
-  std::vector<std::string> entries;
-  const std::string prefix = name + "/";
-  for (const auto &[node, unused] : nodes_) {
-    if (node.starts_with(prefix)) entries.push_back(node.substr(prefix.size()));
-  }
-  return entries;
 }
 
 }  // namespace sim

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <cstdio>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,8 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "sim/device.h"
 #include "sim/fault.h"
+#include "sim/file_tree.h"
+#include "sim/node.h"
 #include "sim/request.h"
 
 namespace sim {
@@ -29,17 +30,18 @@ inline constexpr char block_directory[] = "/dev/kz/jox";
 inline constexpr char raw_directory[] = "/dev/kz/rjox";
 inline constexpr unsigned long indirect_request = 0x4A4F5825;
 
-enum class NodeKind { block, character };
+/// What stands at a name.
+struct Status {
+  mode_t mode = 0;
+  dev_t number = 0;         ///< a node's
+  std::size_t size = 0;     ///< a file's or link's, in bytes
+  std::uint64_t inode = 0;  ///< one for each name
+};
 
-/// A device node: a path to a device.
-struct Node {
+/// An entry of a directory.
+struct DirectoryEntry {
   std::string name;
-  dev_t number = 0;
-  NodeKind kind = NodeKind::block;
-  std::shared_ptr<Device> device;
-  Port port{};
-  std::string initiator = default_initiator;
-  std::string address{};  ///< what the kernel calls the device, "0:0:1:3"; empty: no SCSI device
+  mode_t type = 0;  ///< S_IFLNK and its like
 };
 
 class Host {
@@ -47,12 +49,17 @@ class Host {
   /// The process's simulated host. Empty at first: everything passes to the real platform.
   static Host &instance();
 
-  /// In the place of any node of that name, without its faults.
+  /// In the place of any node of that name, without its faults; a number leads to the last added.
   void add(Node node);
   /// Adds the multipath driver's control node.
   void add_control_node();
   /// The file at `name` reads as `text`; nothing makes it unreadable (ENOENT).
   void set_file(const std::string &name, std::optional<std::string> text);
+  /// The same with a text that changes. `read` may ask the host.
+  void set_file(const std::string &name, FileTree::Read read);
+  /// A symbolic link below /dev to a node. A directory in /dev on its way is the simulated host's
+  /// alone.
+  void add_link(const std::string &name, const std::string &node);
   /// What uname answers; nothing makes it fail.
   void set_machine(std::optional<std::string> machine);
 
@@ -66,6 +73,9 @@ class Host {
   /// The device goes away: descriptors get ENODEV, opens ENXIO.
   void remove(const std::string &node);
 
+  /// Whether a fault says now that the node's device is removed: /sys does not have it then.
+  bool is_removed(const std::string &node) const;
+
   std::vector<Node> nodes() const;
   /// The requests since the last call.
   std::vector<Request> take_requests();
@@ -73,24 +83,43 @@ class Host {
   void stop_recording();
   int open_descriptors() const;
 
-  // What interpose.cpp asks. An empty result means: not simulated, pass it on.
+  // What the interposed functions ask: their result, and errno where it is -1. An empty one means:
+  // not simulated, pass it on.
   std::optional<int> open(const std::string &name, int flags);
+  /// Opens a file for reading; a node is not one.
+  std::optional<int> open_file(const std::string &name) const;
   void closed(int fd);
   std::optional<int> ioctl(int fd, unsigned long request, void *argument);
-  bool stat(const std::string &name, mode_t &mode, dev_t &number) const;
+  std::optional<int> stat(const std::string &name, bool follow, Status &status) const;
+  std::optional<int> stat(int fd, Status &status) const;
+  std::optional<int> read_link(const std::string &name, std::string &target) const;
+  std::optional<int> canonical(const std::string &name, std::string &result) const;
+  std::optional<int> list(const std::string &name, std::vector<DirectoryEntry> &entries) const;
+  /// What a descriptor was opened as.
+  std::optional<std::string> name_of(int fd) const;
   bool knows_machine() const;
   std::optional<std::string> machine() const;
-  bool knows_file(const std::string &name) const;
-  std::FILE *open_file(const std::string &name) const;
-  std::optional<std::vector<std::string>> directory(const std::string &name) const;
-  /// Where a symbolic link leads; an empty target: there is no such link.
-  bool read_link(const std::string &name, std::string &target) const;
 
  private:
   struct Descriptor {
-    std::string node;
+    std::string name;
     unsigned flags = 0;
   };
+
+  /// What stands at a name: no kind, if nothing does.
+  struct Place {
+    std::string name{};
+    std::optional<FileTree::Kind> kind{};
+    std::string text{};  ///< of a file, or where a link leads
+  };
+
+  Host();
+  std::optional<Place> locate(const std::string &name, bool follow = true) const;
+  Status status_of(const Place &place) const;
+  int open_node(const std::string &name, int flags);
+  int open_descriptor(const std::string &name, int flags);
+  std::string state_of(const std::string &node) const;
+  bool is_removed_now(const std::string &node) const;
 
   int ioctl_control(unsigned long request, void *argument);
   int perform(const std::string &name, unsigned long command, void *argument, Request request);
@@ -105,11 +134,10 @@ class Host {
   FaultList::Effect meet_faults(const Request &request);
 
   mutable std::mutex mutex_;
-  std::map<std::string, Node> nodes_;
-  bool has_control_node_ = false;
+  std::map<std::string, std::shared_ptr<const Node>> nodes_;
+  std::map<dev_t, std::string> names_by_number_;
+  FileTree tree_;
   bool privileged_ = true;
-  std::map<std::string, std::optional<std::string>> files_;
-  std::map<std::string, std::string> links_;
   bool knows_machine_ = false;
   std::optional<std::string> machine_;
   std::map<std::string, FaultList> faults_;

@@ -64,14 +64,20 @@ Bytes standard_data(const DiskSpec &spec) {
   return data;
 }
 
+bool has_page(const DiskSpec &spec, std::uint8_t page) {
+  if (spec.vpd_pages && !spec.vpd_pages->contains(page)) return false;
+  return page == page_supported || page == page_identification ||
+         (page == page_serial && !spec.serial.empty());
+}
+
 Bytes supported_pages(const DiskSpec &spec) {
-  Bytes pages{page_supported};
-  if (!spec.serial.empty()) pages.push_back(page_serial);
-  pages.push_back(page_identification);
+  Bytes pages{page_supported, page_serial, page_identification};
+  std::erase_if(pages, [&spec](std::uint8_t page) { return !has_page(spec, page); });
   return pages;
 }
 
 Bytes identification(const DiskSpec &spec, const Port &port) {
+  if (spec.designators) return *spec.designators;
   Bytes body;
   if (!spec.naa.empty()) append(body, {binary, 0x03, spec.naa});
   Bytes t10;
@@ -93,12 +99,15 @@ Bytes inquiry_data(const DiskSpec &spec, std::span<const std::uint8_t> cdb, cons
     if (page != 0) refuse(invalid_field_in_cdb);
     return standard_data(spec);
   }
-  if (page == page_supported) return vpd_page(page, supported_pages(spec));
-  if (page == page_serial && !spec.serial.empty()) {
-    return vpd_page(page, {spec.serial.begin(), spec.serial.end()});
+  if (!has_page(spec, page)) refuse(invalid_field_in_cdb);
+  switch (page) {
+    case page_supported:
+      return vpd_page(page, supported_pages(spec));
+    case page_serial:
+      return vpd_page(page, {spec.serial.begin(), spec.serial.end()});
+    default:
+      return vpd_page(page, identification(spec, port));
   }
-  if (page == page_identification) return vpd_page(page, identification(spec, port));
-  refuse(invalid_field_in_cdb);
 }
 
 }  // namespace sim

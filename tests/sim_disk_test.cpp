@@ -23,6 +23,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <thread>
 
@@ -172,7 +173,8 @@ TEST_P(SimDisk, AnswersAsWrittenDown) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, SimDisk,
-                         testing::Values("blocks", "modes", "reservations", "groups", "faults"),
+                         testing::Values("blocks", "modes", "reservations", "groups", "inquiry",
+                                         "faults"),
                          [](const auto &info) { return std::string(info.param); });
 
 using SimDiskThreads = SimDisk;
@@ -189,6 +191,15 @@ TEST_F(SimDiskThreads, ACommandIsCarriedOutWhole) {
   };
   std::jthread one(work, "a", 1);
   std::jthread two(work, "b", 2);
+}
+
+TEST_F(SimDiskThreads, ADelayHoldsUpNoOtherPath) {
+  use(R"({}; "delay_ms": 1000)");
+  auto slow = std::async(std::launch::async, [this] { return run("a ready"); });
+  EXPECT_EQ(slow.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+  EXPECT_EQ(run("b ready"), "good");
+  EXPECT_EQ(slow.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
+  EXPECT_EQ(slow.get(), "good");
 }
 
 }  // namespace

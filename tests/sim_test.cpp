@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "base/descriptor.h"
 #include "sim/array.h"
@@ -76,6 +77,24 @@ TEST_F(Kernel, RemovedDevices) {
   EXPECT_EQ(do_tur_35(&path), -1);
 }
 
+TEST_F(Kernel, OfflineDisks) {
+  host.add({.name = "/dev/sg1",
+            .number = 1,
+            .kind = sim::NodeKind::character,
+            .device = std::make_shared<sim::Disk>(sim::DiskSpec{})});
+  for (const char *name : {node, "/dev/sg1"}) {
+    kzddl::Descriptor fd, again;
+    EXPECT_TRUE(fd.open(name, O_RDONLY));
+    host.inject(name, Fault::offline());
+    unsigned char unused[16] = {};
+    const bool is_sg = name != node;
+    EXPECT_EQ(ioctl(fd.get(), SG_IO, unused), -1);
+    EXPECT_EQ(errno, is_sg ? ENXIO : ENODEV);
+    EXPECT_EQ(ioctl(fd.get(), SCSI_IOCTL_SEND_COMMAND, unused), is_sg ? 0 : -1);
+    EXPECT_EQ(again.open(name, O_RDONLY | O_NONBLOCK), is_sg);
+  }
+}
+
 /// What loading an array description says.
 std::string message_of(const std::string &json) {
   const std::string file = testing::TempDir() + "kzddl-array-test-" + std::to_string(getpid());
@@ -139,6 +158,62 @@ TEST(Array, DescribesDisksReplaysAndMultipathNodes) {
   path.dev = makedev(21, 9);
   EXPECT_EQ(get_lun_id(&path, 0, id, &type, "none"), 0);
   EXPECT_STREQ(id, "60014054C7A9E025B1D4F3E9A600D2C8");
+}
+
+/// What a file holds; where there is none, the errno's name.
+std::string content_of(const std::string &name) {
+  kzddl::Descriptor fd;
+  if (!fd.open(name.c_str(), O_RDONLY)) return strerrorname_np(errno);
+  char buffer[512];
+  const ssize_t size = read(fd.get(), buffer, sizeof buffer);
+  return {buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
+std::set<std::string> names_in(const char *directory) {
+  std::set<std::string> names;
+  for (const auto &entry : std::filesystem::directory_iterator(directory))
+    names.insert(entry.path().filename());
+  return names;
+}
+
+TEST(Array, IsListedByTheKernel) {
+  std::string designators;
+  for (int i = 0; i < 300; ++i)
+    designators += "07 ";
+  EXPECT_EQ(message_of(R"({"units": [{"vendor": "ACME", "serial": "S1", "paths": [
+    {"node": "/dev/sda", "device": "8:0", "address": "0:0:0:1", "links": ["/dev/disk/by-id/a"]},
+    {"node": "/dev/sg1", "device": "21:1", "kind": "character", "address": "0:0:0:1"},
+    {"node": "/dev/sdb", "device": "8:16", "address": "1:0:0:1", "fail": "offline"},
+    {"node": "/dev/sdc", "device": "8:32", "address": "2:0:0:1", "state": "blocked",
+     "capacity_known": false},
+    {"node": "/dev/sdd", "device": "8:48", "address": "3:0:0:1", "fail": "removed"}],
+    "designators": [")" +
+                       designators + R"("]}]})"),
+            "");
+  const std::string partitions = "major minor  #blocks  name\n\n8 0 1048576 sda\n";
+  const std::string page_83 = std::string("\0\x83\1\x2C", 4) + std::string(300, 7);
+  const std::pair<const char *, std::string> files[] = {
+      {"/proc/partitions", partitions + "8 16 1048576 sdb\n"},
+      {"/sys/class/block/sda/dev", "8:0\n"},
+      {"/sys/class/block/sdc/size", "0\n"},
+      {"/sys/block/sda/device/vendor", "ACME    \n"},
+      {"/sys/dev/block/8:0/device/model", "VIRTUAL DISK    \n"},
+      {"/sys/dev/char/21:1/device/rev", "0100\n"},
+      {"/sys/class/scsi_generic/sg1/device/state", "running\n"},
+      {"/sys/class/block/sdb/device/state", "offline\n"},
+      {"/sys/class/block/sdb/device/vpd_pg80", std::string("\0\x80\0\2S1", 6)},
+      {"/sys/class/block/sdb/device/vpd_pg83", page_83},
+      {"/sys/class/block/sdc/device/state", "blocked\n"},
+      {"/sys/class/block/sdd/dev", "ENOENT"}};
+  for (const auto &[name, text] : files)
+    EXPECT_EQ(content_of(name), text) << name;
+  using Names = std::set<std::string>;
+  EXPECT_EQ(names_in("/sys/class/block"), (Names{"sda", "sdb", "sdc"}));
+  EXPECT_EQ(names_in("/sys/block/sda/device/scsi_generic/"), Names{"sg1"});
+  EXPECT_EQ(std::filesystem::read_symlink("/sys/class/block/sda/device"), "../../../0:0:0:1");
+  EXPECT_EQ(std::filesystem::canonical("/sys/block/sdb/device").filename(), "1:0:0:1");
+  EXPECT_EQ(std::filesystem::canonical("/dev/disk/by-id/a"), "/dev/sda");
+  EXPECT_EQ(find_device_number("/dev/disk/by-id/a"), makedev(8, 0));
 }
 
 }  // namespace

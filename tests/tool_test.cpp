@@ -100,7 +100,7 @@ TEST_P(ToolSession, IsAsWrittenDown) {
 
 INSTANTIATE_TEST_SUITE_P(, ToolSession,
                          testing::Values("decode", "errors", "discovery", "disks", "paths",
-                                         "failover", "hostile", "losses"),
+                                         "failover", "hostile", "losses", "sick"),
                          [](const auto &info) { return std::string(info.param); });
 
 TEST(ToolDecode, RawInput) {

@@ -32,13 +32,10 @@ struct Branch {
   std::vector<NodeLines> nodes;
 };
 
-/// The line of the node itself tells whether it is ready.
-bool is_shown_apart(const Problem &problem) { return problem.operation != "ready"; }
-
 NodeLines path_lines(const Path &path) {
   NodeLines lines{path_row(path)};
   for (const Problem &problem : path.problems) {
-    if (is_shown_apart(problem)) lines.problems.push_back(problem.words());
+    if (!problem.is_readiness()) lines.problems.push_back(problem.words());
   }
   return lines;
 }
@@ -82,7 +79,7 @@ Prefix tree_prefix(const std::string &stem, bool is_last) {
 }
 
 std::string nodes_text(const Branch &branch, const std::string &stem, bool is_last,
-                      const TreeColumns &columns) {
+                       const TreeColumns &columns) {
   std::string text;
   for (const NodeLines &node : branch.nodes) {
     const Prefix prefix = tree_prefix(stem, is_last && &node == &branch.nodes.back());
@@ -183,7 +180,7 @@ std::string summary(const Discovery &found) {
   std::size_t in_doubt = 0;
   const auto is_not_ready = [](const Path &path) { return !path.readiness.ready; };
   const auto is_in_doubt = [](const Path &path) {
-    return std::ranges::any_of(path.problems, is_shown_apart);
+    return !std::ranges::all_of(path.problems, &Problem::is_readiness);
   };
   for (const LogicalUnit &unit : found.units) {
     paths += unit.paths.size();
@@ -227,7 +224,7 @@ Columns::Row node_row(const LogicalUnit &unit, const Path &path) {
       path.access ? path.access->state_words() : (is_multipath(path.node) ? "multipath" : "-");
   std::string state = path.readiness.words();
   for (const Problem &problem : path.problems) {
-    if (is_shown_apart(problem)) state += "; " + problem.words();
+    if (!problem.is_readiness()) state += "; " + problem.words();
   }
   return {path.node, or_dash(path.address), size, access, unit.identifier, state};
 }

@@ -9,9 +9,10 @@ namespace {
 
 void show_cabinet(ViewBuilder &view, const Identity &identity) {
   const std::string text = escaped(identity.cabinet);
-  const std::string words = identity.cabinet_error ? "not known: " + identity.cabinet_error->reason()
-                            : text.empty()         ? "no serial number"
-                                                   : text;
+  const std::string words = identity.cabinet_error
+                                ? "not known: " + identity.cabinet_error->reason()
+                            : text.empty() ? "no serial number"
+                                           : text;
   view.field("Cabinet", "cabinet_serial", words, text.empty() ? Json() : Json(text));
 }
 
@@ -50,12 +51,12 @@ Subcommand add_identify(CLI::App &app, Context &context) {
       "The identifier is the best designator that the Device Identification page has of\n"
       "the logical unit (NAA before EUI-64, UUID, SCSI name, T10 vendor ID, vendor\n"
       "specific), or the node's name where there is none. Below it stands what the\n"
-      "library's get_lun_id makes of the page: it reads 255 bytes, and takes designators\n"
-      "of ports too.\n\n"
+      "library's get_lun_id makes of the page: it reads 255 bytes of it, and takes\n"
+      "designators of ports too.\n\n"
       "Examples:\n"
       "  kzddl identify --route direct /dev/sda\n"
       "  kzddl --sim identify /dev/sda /dev/sdb --json");
-  return {parser, [&context, nodes] { 
+  return {parser, [&context, nodes] {
             context.show_each(
                 *nodes, [&context](Device &device) { return identity_view(context, device); });
           }};

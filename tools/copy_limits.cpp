@@ -126,7 +126,8 @@ std::optional<rcr_oper_parm> receive_limits(Device &device) {
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::from_device, .bytes = reply}, operation);
   if (completion.status == scsi_status::check_condition) return std::nullopt;
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (!completion.ok())
+    throw Error(operation, device.name(), completion.reason(), completion.sense);
   return record_in(announced_part(ByteSpan(reply).first(completion.transferred)),
                    do_convert_to_rcr_oper_parm);
 }

@@ -44,9 +44,9 @@ bool is_multipath(std::string_view node);
 /// The name of a multipath node without its directory: "disk0".
 std::string_view multipath_name(std::string_view node);
 
-/// The nodes of the host: the kernel's SCSI disks in the order of their names, also those whose size
-/// it could not read, then the raw nodes of the multipath driver by name. Throws Error when they
-/// cannot be listed.
+/// The nodes of the host: the kernel's SCSI disks in the order of their names, also those whose
+/// size it could not read, then the raw nodes of the multipath driver by name. Throws Error when
+/// they cannot be listed.
 std::vector<std::string> find_nodes();
 
 }  // namespace tool

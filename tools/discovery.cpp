@@ -38,8 +38,7 @@ auto answer(Disk &disk, const Ask &ask) -> std::optional<decltype(ask())> {
 void ask_readiness(Disk &disk, Device &device) {
   if (const auto readiness = answer(disk, [&] { return test_unit_ready(device); })) {
     disk.readiness = *readiness;
-    if (!readiness->ready)
-      disk.problems.emplace_back("ready", readiness->reason, readiness->sense);
+    if (!readiness->ready) disk.problems.emplace_back("ready", readiness->reason, readiness->sense);
   } else {
     disk.readiness = {.ready = false, .reason = disk.problems.back().reason};
   }
@@ -63,8 +62,8 @@ void ask_capacity(Disk &disk, Device &device) {
   if (const auto bytes = capacity->bytes()) disk.capacity = fmt::format("{}", *bytes);
 }
 
-/// Ports of different cabinets have the same numbers. Where no cabinet is known, the unit tells them
-/// apart.
+/// Ports of different cabinets have the same numbers. Where no cabinet is known, the unit tells
+/// them apart.
 std::string controller_of(const Identity &identity, const OwnPort &port) {
   const std::string words = port.words();
   if (words.empty()) return {};

@@ -94,8 +94,9 @@ class Drawing {
 
   std::string add_node(const Path &path, std::string_view color) {
     std::vector<std::string> notes = {path.address, path.readiness.words()};
-    for (const Problem &problem : path.problems)
-      notes.push_back(problem.words());
+    for (const Problem &problem : path.problems) {
+      if (!problem.is_readiness()) notes.push_back(problem.words());
+    }
     return add_box(path.node, notes, color, !path.problems.empty());
   }
 
@@ -111,10 +112,10 @@ class Drawing {
 
   std::string add_group(const AccessPath &access, const std::string &unit) {
     std::string id = fmt::format("group{}", next_++);
-    clusters_ += fmt::format(
-        "    {} [height=0.6, fillcolor=\"{}\", label={}];\n", id, state_color(access),
-        quoted({fmt::format("port group {}", access.group),
-                access.state_words() + (access.preferred ? ", preferred" : "")}));
+    clusters_ +=
+        fmt::format("    {} [height=0.6, fillcolor=\"{}\", label={}];\n", id, state_color(access),
+                    quoted({fmt::format("port group {}", access.group),
+                            access.state_words() + (access.preferred ? ", preferred" : "")}));
     add_edge(id, unit);
     return id;
   }

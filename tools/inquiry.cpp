@@ -70,8 +70,7 @@ void require_page(const Device &device, ByteSpan reply, std::uint8_t page,
               fmt::format("asked for page {:02X}h, the device sent page {:02X}h", page, code));
 }
 
-VpdPages::VpdPages(Device &device)
-    : device_(device), listed_{vpd::supported_pages} {
+VpdPages::VpdPages(Device &device) : device_(device), listed_{vpd::supported_pages} {
   const auto list = read(vpd::supported_pages);
   listed_.clear();
   if (!list) return;

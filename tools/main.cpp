@@ -1,6 +1,7 @@
 // kzddl: the command line tool over the library. Reads the command line, runs a subcommand,
 // and turns errors into one line and an exit status.
 #include <fcntl.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -49,7 +49,8 @@ bool is_reserved_elsewhere(Device &device) {
       send_past_attention(device, mode_sense_cdb({}),
                           {.direction = Data::Direction::from_device, .bytes = reply}, operation);
   if (completion.status == scsi_status::reservation_conflict) return true;
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason());
+  if (!completion.ok())
+    throw Error(operation, device.name(), completion.reason(), completion.sense);
   return false;
 }
 

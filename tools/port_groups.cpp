@@ -8,17 +8,18 @@
 #include <iterator>
 
 #include "base/bytes.h"
+#include "base/designators.h"
 #include "kzddl/ddlalua.h"
 #include "kzddl/kzrtpg.h"
 #include "kzddl/kzstpg.h"
 #include "tools/error.h"
 #include "tools/query.h"
+#include "tools/vpd.h"
 
 namespace tool {
 namespace {
 
 constexpr int reply_size = 255;
-constexpr unsigned no_number = 0x10000;  ///< more than any group or port has
 
 struct StateName {
   std::uint8_t code;
@@ -164,16 +165,17 @@ std::string OwnPort::words() const {
 }
 
 OwnPort own_port(ByteSpan page83) {
-  std::array<unsigned char, reply_size> page{};
-  std::copy_n(page83.begin(), std::min(page83.size(), page.size()), page.begin());
-  unsigned group = no_number;
-  unsigned relative_port = no_number;
-  unsigned unit_group = no_number;
-  get_dev_id_page(page.data(), nullptr, &group, &relative_port, &unit_group);
-  // Numbers have 16 bits behind two reserved bytes.
   OwnPort own;
-  if (group < no_number) own.group = group;
-  if (relative_port < no_number) own.relative_port = relative_port;
+  for (const Designator &designator : designators(page83)) {
+    constexpr std::uint8_t target_port = 1;
+    constexpr std::size_t number_size = 4;
+    if (designator.association() != target_port || designator.bytes.size() < number_size) continue;
+    // Numbers have 16 bits behind two reserved bytes.
+    const std::uint32_t number = kzddl::load_be32(designator.bytes.data());
+    if (number > 0xFFFF) continue;
+    if (designator.type() == kzddl::Designator::port_group) own.group = number;
+    if (designator.type() == kzddl::Designator::relative_port) own.relative_port = number;
+  }
   return own;
 }
 

@@ -20,6 +20,8 @@ struct Problem {
   Problem(std::string_view asked, std::string_view why, const std::optional<Sense> &said)
       : operation(asked), reason(why), sense(said) {}
 
+  /// Not being ready, which a path's readiness tells by itself.
+  bool is_readiness() const { return operation == "ready"; }
   /// "capacity: timed out".
   std::string words() const { return operation + ": " + reason; }
   Json json() const;

@@ -24,7 +24,8 @@ std::vector<std::uint8_t> ask(Device &device, std::string_view operation, ByteSp
   std::vector<std::uint8_t> reply(size);
   const Completion completion = send_past_attention(
       device, cdb, {.direction = Data::Direction::from_device, .bytes = reply}, operation);
-  if (!completion.ok()) throw Error(operation, device.name(), completion.reason(), completion.sense);
+  if (!completion.ok())
+    throw Error(operation, device.name(), completion.reason(), completion.sense);
   reply.resize(completion.transferred);
   return reply;
 }

@@ -84,8 +84,7 @@ std::vector<Disk> disks_of_unit(const Disk &disk) {
                 : linked(property::address, Value(disk.address), property::disk)) {
     const std::optional<Disk> other = find_disk(node.payload());
     if (!other) continue;
-    const bool same_kind =
-        is_named ? other->name.kind == disk.name.kind : !names_unit(other->name);
+    const bool same_kind = is_named ? other->name.kind == disk.name.kind : !names_unit(other->name);
     if (same_kind) disks.push_back(*other);
   }
   return disks;
