@@ -31,11 +31,12 @@ inline Buffer zeroed_buffer(std::size_t size) {
   return Buffer(static_cast<std::uint8_t *>(zeroed_block(size)));
 }
 
-/// `count` zero-filled records, or null when memory is short.
+/// `count` zero-filled records or pointers, or null when memory is short.
 template <class T>
 Owned<T[]> zeroed_array(std::size_t count) {
-  if (count > SIZE_MAX / sizeof(T)) return nullptr;
-  return Owned<T[]>(static_cast<T *>(zeroed_block(count * sizeof(T))));
+  constexpr std::size_t size = sizeof(T);  // NOLINT(bugprone-sizeof-expression): of the pointer
+  if (count > SIZE_MAX / size) return nullptr;
+  return Owned<T[]>(static_cast<T *>(zeroed_block(count * size)));
 }
 
 /// A zero-filled record with `extra` bytes right behind it, or null when memory is short.
