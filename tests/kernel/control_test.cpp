@@ -469,14 +469,17 @@ TEST_F(Control, ManyRequestsLeaveNothingBehind) {
            requests;
   };
   time_of("35", 200);
-  const long threads_before = service.threads();
-  const long before = service.memory();
-  const double through = time_of("35", count);
-  const long after = service.memory();
+  long before = 0;
+  long after = 0;
+  double through = 0;
+  // A huge page may come to a thread's stack or heap at any time; what leaks comes every time.
+  for (int round = 0; round < 3 && (round == 0 || after >= before + 256); ++round) {
+    before = service.memory();
+    through = time_of("35", count);
+    after = service.memory();
+  }
   const double direct = time_of("32", std::min(count, 2000));
-  // A thread that came meanwhile may have a huge page for its stack, and one for its heap.
-  const long threads_came = std::max(0L, service.threads() - threads_before);
-  EXPECT_LT(after, before + 256 + threads_came * 2 * 2048);
+  EXPECT_LT(after, before + 256);
   EXPECT_LE(service.threads(), 8);
   std::cout << "measured: INQUIRY " << static_cast<int>(through) << " us through the service, "
             << static_cast<int>(direct) << " us direct; " << before << " KiB of memory before, "
