@@ -11,10 +11,14 @@ add_library(kzddl SHARED
   property/ddlproperty.cpp
   property/ddlproperty_asso.cpp
   property/ddlproperty_dynamic.cpp
+  property/ddlproperty_links.cpp
+  property/ddlproperty_store.cpp
   property/ddlproperty_sys.cpp
   property/ddlskiplist.cpp
   property/fetch.cpp
+  property/link_lookup.cpp
   property/lock_order.cpp
+  property/locks.cpp
   property/reader_slots.cpp
   property/value_index.cpp
   scsi/ddlalua.cpp

@@ -14,7 +14,7 @@
 #include "base/memory.h"
 #include "kzddl/kzmisc_log.h"
 #include "nv/name_value.h"
-#include "property/links.h"
+#include "property/link_lookup.h"
 
 using namespace kzddl;
 

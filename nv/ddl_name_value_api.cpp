@@ -16,7 +16,7 @@
 #include "base/memory.h"
 #include "kzddl/ddlts.h"
 #include "kzddl/kzmisc_log.h"
-#include "nv/typed_layout.h"
+#include "nv/ddlts.h"
 
 using namespace kzddl;
 

@@ -8,7 +8,7 @@
 #include "base/log.h"
 #include "base/memory.h"
 #include "kzddl/kzmisc_log.h"
-#include "nv/typed_layout.h"
+#include "nv/ddlts.h"
 
 using namespace kzddl;
 

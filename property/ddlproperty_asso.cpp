@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "base/check.h"
-#include "property/links.h"
+#include "property/ddlproperty_links.h"
+#include "property/ddlproperty_store.h"
+#include "property/link_lookup.h"
 
 using namespace kzddl;
 
@@ -36,23 +38,6 @@ std::int32_t with_sides(const char *p, const char *x, const char *q, const char 
                 asso{other, find_value(*other, other_value)});
 }
 
-/// Puts a record that leads to `to` into the list of `from`, as `insertion` says; false when
-/// there is no memory for the record.
-bool add_record(const asso &to, const asso &from, const char *insertion) {
-  auto *record = static_cast<asso *>(std::malloc(sizeof(asso)));
-  if (record == nullptr) return false;
-  *record = to;
-  check(from.assov->alist.insert(record) == record, insertion);
-  ++from.assov->nasso;
-  return true;
-}
-
-/// Makes both halves of a link that does not exist yet; false when memory is short.
-bool make_link(const asso &side, const asso &other) {
-  return add_record(side, other, "sl_insert(rasso.assov->alist, aptr)") &&
-         add_record(other, side, "sl_insert(asso.assov->alist, aptr)");
-}
-
 /// Does `op` select a linked value where `c` is cmp_val(value given, linked value)?
 bool selects(std::uint32_t op, std::int32_t c) {
   switch (op) {
@@ -73,54 +58,7 @@ bool selects(std::uint32_t op, std::int32_t c) {
   }
 }
 
-/// The look-up behind every answer about one property's values: `chosen` takes (value given,
-/// linked value).
-template <class Chosen>
-std::int32_t look_up(const char *property, const char *x, const char *wanted, Chosen chosen,
-                     const char ***out) {
-  const PropertyReader reader(property, wanted);
-  const vnode *value = reader.find(TypedString(x));
-  if (value == nullptr || reader.other().address == nullptr) return -1;
-  return linked_values(
-      reader.other(), *value, [&](const asso &link) { return chosen(*value, *link.assov); }, out);
-}
-
 }  // namespace
-
-namespace kzddl {
-
-std::int32_t all_links(const vnode &value, const char ***names_out, const char ***values_out) {
-  ResultArray names(value.nasso);
-  ResultArray values(value.nasso);
-  std::int32_t num_elements = 0;
-  value.alist.for_each([&](const asso &link) {
-    names.add(link.assop->name);
-    values.add(link.assov->value);
-    ++num_elements;
-  });
-  check(num_elements == value.nasso, "num_elements == vnode->nasso");
-  if (num_elements == 0) return 0;
-  if (!names || !values) return -1;
-  *names_out = names.release();
-  *values_out = values.release();
-  return num_elements;
-}
-
-std::int32_t ddl_get_asso_val_ts(const char *property, const char *x, const char *wanted,
-                                 const char ***out) {
-  return look_up(
-      property, x, wanted, [](const vnode &, const vnode &) { return true; }, out);
-}
-
-std::int32_t ddl_get_asso_ts(const char *property, const char *x, const char ***names_out,
-                             const char ***values_out) {
-  const PropertyReader reader(property);
-  const vnode *value = reader.find(TypedString(x));
-  if (value == nullptr) return -1;
-  return all_links(*value, names_out, values_out);
-}
-
-}  // namespace kzddl
 
 std::int32_t set_asso_ts(const char *p, const char *x, const char *q, const char *y) {
   bool out_of_memory = false;

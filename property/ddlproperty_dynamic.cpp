@@ -3,8 +3,12 @@
 
 #include <cstring>
 
-#include "kzddl/ddlproperty_asso.h"
+#include "base/cancellation.h"
+#include "base/memory.h"
+#include "property/ddlproperty_links.h"
+#include "property/ddlproperty_store.h"
 #include "property/fetch.h"
+#include "property/link_lookup.h"
 #include "property/value_copies.h"
 
 using namespace kzddl;

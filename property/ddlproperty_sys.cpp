@@ -2,36 +2,11 @@
 // And the platform's name of a disk's block device.
 #include "kzddl/ddlproperty_sys.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
-#include "base/log.h"
-#include "kzddl/kzmisc_log.h"
-#include "property/guards.h"
+#include "property/locks.h"
 
-namespace kzddl {
-
-pthread_rwlock_t ddlproperty_generic_lock = PTHREAD_RWLOCK_INITIALIZER;
-ReaderSlots ddlproperty_generic_readers;
-pthread_mutex_t ddlproperty_scsi_version_mutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_mutex_t ddlproperty_geometry_mutex = PTHREAD_MUTEX_INITIALIZER;
-
-std::int32_t ddlproperty_lock_initialized = 0;
-
-void ddlproperty_rwlock_failed() {
-  const CancellationPutOff uncancelled;  // the process ends, not the thread
-  ddlmsg(log::facility, log::output, "ddlproperty_rwlock_failed: Unexpected rwlock failure: %s\n",
-         std::strerror(errno));
-  std::exit(4);
-}
-
-void ddlproperty_mutex_failed() {
-  const CancellationPutOff uncancelled;  // the process ends, not the thread
-  ddlmsg(log::facility, log::output, "ddlproperty_mutex_failed: Unexpected mutex failure: %s\n",
-         std::strerror(errno));
-  std::exit(4);
-}
+using namespace kzddl;
 
 namespace {
 
@@ -46,9 +21,6 @@ int mutex_result(int result) {
 }
 
 }  // namespace
-}  // namespace kzddl
-
-using namespace kzddl;
 
 int ddlproperty_rd_lock(pthread_rwlock_t *lock) {
   return rwlock_result(pthread_rwlock_rdlock(lock));

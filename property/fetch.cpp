@@ -8,11 +8,15 @@
 #include <span>
 
 #include "base/log.h"
+#include "kzddl/array_support.h"
 #include "kzddl/ddlproperty.h"
 #include "kzddl/ddlproperty_asso.h"
-#include "kzddl/ddlproperty_dynamic.h"
+#include "kzddl/ddlproperty_sys.h"
 #include "kzddl/kzmisc_log.h"
 #include "nv/name_value.h"
+#include "property/ddlproperty_store.h"
+#include "property/guards.h"
+#include "property/link_lookup.h"
 #include "property/value_copies.h"
 
 namespace kzddl {

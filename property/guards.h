@@ -1,4 +1,4 @@
-// The process-wide locks and the guards that hold locks for a scope.
+// The locks as the library takes them: guards that hold them for a scope.
 //
 // A guard's section is only entered with its lock held: any failure to lock or unlock is
 // fatal, reported with the text of the error number.
@@ -10,28 +10,14 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <cstring>
 #include <optional>
 
 #include "base/cancellation.h"
-#include "kzddl/ddlproperty_sys.h"
 #include "property/lock_order.h"
+#include "property/locks.h"
 #include "property/reader_slots.h"
 
 namespace kzddl {
-
-extern pthread_rwlock_t ddlproperty_generic_lock;
-extern ReaderSlots ddlproperty_generic_readers;
-extern pthread_mutex_t ddlproperty_scsi_version_mutex;
-extern pthread_mutex_t ddlproperty_geometry_mutex;
-
-/// Nonzero once init_property_list() has initialised the locks above.
-extern std::int32_t ddlproperty_lock_initialized;
-
-/// Logs the text of errno and ends the process with exit status 4.
-[[noreturn]] void ddlproperty_rwlock_failed();
-[[noreturn]] void ddlproperty_mutex_failed();
 
 /// A mutex, or none.
 struct Mutex {
@@ -52,13 +38,13 @@ class MutexGuard {
     if (mutex_.mutex == nullptr) return;
     uncancelled_.emplace();
     check_order(mutex_.identity());
-    require(ddlproperty_mutex_lock(mutex_.mutex));
+    require(pthread_mutex_lock(mutex_.mutex));
   }
   MutexGuard(const MutexGuard &) = delete;
   MutexGuard &operator=(const MutexGuard &) = delete;
   ~MutexGuard() {
     if (mutex_.mutex == nullptr) return;
-    require(ddlproperty_mutex_unlock(mutex_.mutex));
+    require(pthread_mutex_unlock(mutex_.mutex));
     forget_lock(mutex_.identity());
   }
 
@@ -98,13 +84,13 @@ class RwGuard {
     check_order(lock_.identity());
     if (mode == Mode::write) {
       uncancelled_.emplace();
-      require(ddlproperty_wr_lock(lock_.lock));
+      require(pthread_rwlock_wrlock(lock_.lock));
       lock_.readers->shut();
       return;
     }
     slot_ = lock_.readers->enter();
     if (slot_ != nullptr) return;
-    require(ddlproperty_rd_lock(lock_.lock));
+    require(pthread_rwlock_rdlock(lock_.lock));
     lock_.readers->count_reader();
   }
   RwGuard(const RwGuard &) = delete;
@@ -116,7 +102,7 @@ class RwGuard {
     if (slot_ != nullptr) {
       ReaderSlots::leave(slot_);
     } else {
-      require(ddlproperty_rw_unlock(lock_.lock));
+      require(pthread_rwlock_unlock(lock_.lock));
     }
     forget_lock(lock_.identity());
     lock_.lock = nullptr;
@@ -135,18 +121,20 @@ class RwGuard {
   std::optional<CancellationPutOff> uncancelled_;
 };
 
-/// Holds the locks of two different properties for writing, the lower name's taken first.
+/// Holds the locks of two different properties for writing, taken in their order.
 class WritePairGuard {
  public:
   WritePairGuard(const RwLock &a, const RwLock &b)
-      : lower_(is_lower(a, b) ? a : b, RwGuard::Mode::write),
-        higher_(is_lower(a, b) ? b : a, RwGuard::Mode::write) {}
+      : first_(in_order(a, b) ? a : b, RwGuard::Mode::write),
+        second_(in_order(a, b) ? b : a, RwGuard::Mode::write) {}
 
  private:
-  static bool is_lower(const RwLock &a, const RwLock &b) { return std::strcmp(a.name, b.name) < 0; }
+  static bool in_order(const RwLock &a, const RwLock &b) {
+    return is_in_order(a.identity(), b.identity());
+  }
 
-  RwGuard lower_;
-  RwGuard higher_;
+  RwGuard first_;
+  RwGuard second_;
 };
 
 }  // namespace kzddl

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace kzddl {
 
@@ -20,12 +19,6 @@ struct Held {
 };
 
 thread_local Held held;
-
-bool is_in_order(const LockIdentity &first, const LockIdentity &second) {
-  if (first.rank != second.rank) return first.rank < second.rank;
-  if (first.rank == LockRank::handler) return true;
-  return first.rank == LockRank::property && std::strcmp(first.name, second.name) < 0;
-}
 
 }  // namespace
 

@@ -3,6 +3,8 @@
 // another thread is there to make a deadlock of it.
 #pragma once
 
+#include <cstring>
+
 namespace kzddl {
 
 /// In the order in which a thread takes them.
@@ -19,6 +21,13 @@ struct LockIdentity {
   const char *name = nullptr;
   LockRank rank = LockRank::leaf;
 };
+
+/// May a thread that holds `first` take `second`?
+inline bool is_in_order(const LockIdentity &first, const LockIdentity &second) {
+  if (first.rank != second.rank) return first.rank < second.rank;
+  if (first.rank == LockRank::handler) return true;
+  return first.rank == LockRank::property && std::strcmp(first.name, second.name) < 0;
+}
 
 #ifdef KZDDL_CHECK_LOCKS
 /// Call before the lock is taken. Aborts, and names both locks, when one that is held comes

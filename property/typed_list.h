@@ -57,6 +57,13 @@ class TypedList {
     for_each_until([&visit](T &element) { return visit(element), false; });
   }
 
+  /// The elements, walked for it.
+  std::int32_t count() const {
+    std::int32_t n = 0;
+    for_each([&n](const T &) { ++n; });
+    return n;
+  }
+
   /// Calls visit(T &) for the elements that match a key with a wildcard in it, ascending.
   template <class Visit>
   void for_run(const T &key, Visit visit) const {

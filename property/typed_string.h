@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "nv/typed_layout.h"
+#include "nv/ddlts.h"
 
 namespace kzddl {
 

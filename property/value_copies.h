@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "property/links.h"
+#include "property/ddlproperty_links.h"
 
 namespace kzddl {
 

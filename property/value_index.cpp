@@ -5,9 +5,10 @@
 
 #include <atomic>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
 
-#include "property/store.h"
+#include "base/memory.h"
 
 namespace kzddl {
 
@@ -44,14 +45,16 @@ HashKey hash_key() {
   return {known_start.load(std::memory_order_relaxed), factor};
 }
 
-/// Both halves of a product, folded into one: each bit depends on all below and above it.
-std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
+/// Mixes two words into one.
+std::uint64_t mixed(std::uint64_t a, std::uint64_t b) {
 #ifdef __SIZEOF_INT128__
+  // Both halves of the product, folded: each bit depends on bits below and above it.
   __extension__ using Product = unsigned __int128;
   const Product product = Product{a} * b;
   return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 #else
-  // Of the four products of half words two will do.
+  // Without so wide a product a weaker mix: two of the four products of half words, one of them
+  // turned by half a word.
   const std::uint64_t inner = (a & 0xFFFF'FFFF) * (b >> 32);
   const std::uint64_t outer = (a >> 32) * (b & 0xFFFF'FFFF);
   return inner ^ (outer << 32 | outer >> 32);
@@ -64,9 +67,7 @@ std::uint32_t hash_of(const char *typed) {
   std::size_t left = payload_length(typed);
   const HashKey key = hash_key();
   std::uint64_t hash = key.start + left;
-  const auto mix = [&hash, &key](std::uint64_t word) {
-    hash = folded_product(hash ^ word, key.factor);
-  };
+  const auto mix = [&hash, &key](std::uint64_t word) { hash = mixed(hash ^ word, key.factor); };
   std::uint64_t word = 0;
   for (; left >= sizeof word; text += sizeof word, left -= sizeof word) {
     std::memcpy(&word, text, sizeof word);

@@ -6,10 +6,9 @@
 #include <cstdint>
 
 #include "property/typed_list.h"
+#include "property/value_node.h"
 
 namespace kzddl {
-
-struct vnode;
 
 /// A hash table of value nodes by payload, chained through the nodes. It belongs to a property
 /// and is guarded with the property's values. Zero-filled memory holds an absent one: a property

@@ -117,15 +117,7 @@ int do_display_target_desc(const char *name, const unsigned char *td) {
 }
 
 int padstring(const char *text, char *dst, int width) {
-  if (width < 1) return 0;
-  int at = 0;
-  while (at < width - 1 && text[at] != '\0') {
-    dst[at] = text[at];
-    ++at;
-  }
-  while (at < width - 1)
-    dst[at++] = ' ';
-  dst[width - 1] = '\0';
+  pad(text, dst, width);
   return 0;
 }
 

@@ -74,7 +74,7 @@ TEST_F(AssociationsDeathTest, AMissingHalfStopsTheProcess) {
   kzddl::vnode *x = value_node(take(1, array)[0]);
   std::swap(x->alist, y->alist);
   EXPECT_DEATH(erase("A", {"x"}),
-               "ddlproperty.cpp.*`!sl_delete\\(.*asso.assov->alist, &r?asso\\)'");
+               "ddlproperty_links.cpp.*`!sl_delete\\(.*asso.assov->alist, &r?asso\\)'");
   std::swap(x->alist, y->alist);
 }
 

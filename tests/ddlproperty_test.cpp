@@ -218,8 +218,8 @@ TEST_F(Store, WrongCountersStopTheProcess) {
   }
   property->nval = 1;
   ++value->nasso;
-  EXPECT_DEATH(links_of("P", "x"), "ddlproperty_asso.cpp.*`num_elements == vnode->nasso'");
-  EXPECT_DEATH(erase("P", {"x"}), "ddlproperty.cpp.*`num_elements == vnode->nasso'");
+  EXPECT_DEATH(links_of("P", "x"), "ddlproperty_links.cpp.*`num_elements == vnode->nasso'");
+  EXPECT_DEATH(erase("P", {"x"}), "ddlproperty_store.cpp.*`num_elements == vnode->nasso'");
   EXPECT_DEATH(print_property_list(), "ddlproperty.cpp.*`asson == vnode->nasso'");
   --value->nasso;
 }

@@ -11,6 +11,7 @@
 
 #include "kzddl/api.h"
 
+#include "kzddl/array_support.h"
 #include "kzddl/ddl_name_value_api.h"
 #include "kzddl/ddlalua.h"
 #include "kzddl/ddlproperty.h"

@@ -14,7 +14,7 @@
 #include "kzddl/ddlproperty.h"
 #include "kzddl/ddlproperty_asso.h"
 #include "kzddl/ddlproperty_dynamic.h"
-#include "property/store.h"
+#include "property/ddlproperty_store.h"
 
 namespace kzddl_test {
 

@@ -1,11 +1,20 @@
-// Look-ups of what a value is linked with.
+// The links of a value: made, removed, walked and handed out. Guarded as ddlproperty_store.h has
+// it.
 #pragma once
 
+#include <cstdint>
 #include <iterator>
 
-#include "property/store.h"
+#include "property/property_node.h"
+#include "property/result_array.h"
 
 namespace kzddl {
+
+/// Makes both halves of a link that does not exist yet; false when memory is short.
+bool make_link(const asso &side, const asso &other);
+
+/// Removes both halves of the link between two values.
+void remove_link(const asso &side, const asso &other);
 
 /// A list of no more links than this is walked instead of searched: its nodes come in a row,
 /// which the processor can run ahead on.
@@ -24,7 +33,8 @@ template <class Visit>
 void for_each_link_to(const NamedProperty &property, const vnode &value, Visit visit) {
   if (property.address == nullptr) return;
   if (value.nasso > short_list) return for_each_link_to(property.name, value, visit);
-  value.alist.for_each_until([&, in_run = false](const asso &link) mutable {
+  bool in_run = false;
+  value.alist.for_each_until([&](const asso &link) {
     const bool was_in_run = in_run;
     in_run = link.assop == property.address;
     if (in_run) visit(link);
@@ -44,18 +54,6 @@ const asso *first_link_to(const Property &property, const vnode &value, Accept a
     if (accept(link)) first = &link;
   });
   return first;
-}
-
-/// Copies the first value of `wanted`, in descending order, that is linked with value `x` of
-/// `property`; false without one.
-inline bool copy_first_linked(const char *property, const TypedString &x, const char *wanted,
-                              TypedString *copy) {
-  const PropertyReader reader(property);
-  const vnode *value = reader.find(x);
-  const asso *link = value != nullptr ? first_link_to(wanted, *value, every_link) : nullptr;
-  if (link == nullptr) return false;
-  copy->copy(link->assov->value);
-  return true;
 }
 
 /// Hands out the values of `property` linked with a value, if chosen(const asso &) accepts the
@@ -89,14 +87,5 @@ std::int32_t linked_values(const NamedProperty &property, const vnode &value, Ch
 
 /// Hands out all links, names and values in step: their number, or -1 when memory is short.
 std::int32_t all_links(const vnode &value, const char ***names, const char ***values);
-
-/// All values of `wanted` that are linked with value `x` of `property`: their number; -1 when
-/// the database, a property or `x` does not exist, or memory is short.
-std::int32_t ddl_get_asso_val_ts(const char *property, const char *x, const char *wanted,
-                                 const char ***out);
-
-/// All links of value `x` of `property`, names and values in step: their number, or -1 as above.
-std::int32_t ddl_get_asso_ts(const char *property, const char *x, const char ***names,
-                             const char ***values);
 
 }  // namespace kzddl
