@@ -48,6 +48,8 @@ class Host {
  public:
   /// The process's simulated host. Empty at first: everything passes to the real platform.
   static Host &instance();
+  /// One beside it, which no interposed function asks.
+  Host();
 
   /// In the place of any node of that name, without its faults; a number leads to the last added.
   void add(Node node);
@@ -113,7 +115,6 @@ class Host {
     std::string text{};  ///< of a file, or where a link leads
   };
 
-  Host();
   std::optional<Place> locate(const std::string &name, bool follow = true) const;
   Status status_of(const Place &place) const;
   int open_node(const std::string &name, int flags);

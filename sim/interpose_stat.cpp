@@ -117,7 +117,7 @@ int fstatat64(int directory, const char *path, struct stat64 *out, int flags) no
 
 int statx(int directory, const char *path, int flags, unsigned mask, struct statx *out) noexcept {
   static auto *real = next<int(int, const char *, int, unsigned, struct statx *)>("statx");
-  struct stat64 status{};  // gcc takes it for one that may be read unset
+  struct stat64 status {};  // gcc takes it for one that may be read unset
   const auto simulated = simulated_stat_at(directory, path, &status, flags);
   if (!simulated) return real(directory, path, flags, mask, out);
   if (*simulated < 0) return *simulated;
