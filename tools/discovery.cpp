@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "kzddl/ddlts.h"
 #include "tools/capacity.h"
 #include "tools/device.h"
 #include "tools/inquiry.h"
@@ -67,8 +68,10 @@ void ask_capacity(Disk &disk, Device &device) {
 std::string controller_of(const Identity &identity, const OwnPort &port) {
   const std::string words = port.words();
   if (words.empty()) return {};
-  return identity.cabinet.empty() ? fmt::format("unit {}, {}", identity.identifier, words)
-                                  : fmt::format("cabinet {}, {}", identity.cabinet, words);
+  const std::string text = identity.cabinet.empty()
+                               ? fmt::format("unit {}, {}", identity.identifier, words)
+                               : fmt::format("cabinet {}, {}", identity.cabinet, words);
+  return text.size() <= KZDDL_TS_MAX_PAYLOAD ? text : "";  // a cut one might be another's
 }
 
 /// Throws Error when the node does not say which unit it leads to.
