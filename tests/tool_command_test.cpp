@@ -179,6 +179,11 @@ class DiscoveryTest : public DiskTest {
 };
 
 TEST_F(DiscoveryTest, OnlyAnIdentifierOfTheUnitJoinsNodes) {
+  // As long as a page of 255 bytes has room for beside the numbers of the port.
+  Bytes long_name{3, 0x08, 0, 232};
+  long_name.resize(4 + 232, 'a');
+  long_name.insert(long_name.end(),
+                   {1, 0x94, 0, 4, 0, 0, 0xFF, 0xFF, 1, 0x95, 0, 4, 0, 0, 0xFF, 0xFF});
   const struct {
     const char *what;
     Bytes body;
@@ -190,13 +195,16 @@ TEST_F(DiscoveryTest, OnlyAnIdentifierOfTheUnitJoinsNodes) {
       {"NAA behind the port's number",
        {1, 0x94, 0, 4, 0, 0, 0, 1, 1, 0x03, 0, 8, 0x50, 1, 2, 3, 4, 5, 6, 7},
        1},
+      {"a long SCSI name", long_name, 1},
       {"blanks", {2, 0x01, 0, 4, ' ', ' ', ' ', ' '}, 2},
       {"unit group", {1, 0x06, 0, 4, 0, 0, 0, 0}, 2},
       {"none: the node's name", {}, 2},
   };
   for (const auto &[what, body, units] : cases) {
     const std::vector<std::string> nodes = {add_disk_with_page83(body), add_disk_with_page83(body)};
-    EXPECT_EQ(tool::discover(nodes).units.size(), units) << what;
+    const tool::Discovery found = tool::discover(nodes);
+    EXPECT_EQ(found.units.size(), units) << what;
+    EXPECT_TRUE(found.unanswered.empty()) << what;
   }
 }
 
